@@ -1,0 +1,91 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <utility>
+
+#include "Mox/Collection.h"
+#include "Mox/Reactor.h"
+
+namespace Mox {
+
+// Thrown when an owner re-creates a child under an existing key with other
+// constructor arguments than the child was made with.
+class MutatorReinstantiatingException : public std::logic_error {
+ public:
+  explicit MutatorReinstantiatingException(const std::string& what) : std::logic_error(what) {}
+};
+
+// The children a state machine owns, keyed by K: each a reactor T created with
+// the constructor arguments Args. Removing a child drops the collection's
+// reference, which destroys the child (its doCleanup runs first) unless someone
+// else still holds it. Walks are those of Collection, in ascending key order.
+template <class K, class T, class... Args>
+class ChildCollection {
+  struct Slot {
+    Ptr<T> child;
+    std::tuple<Args...> args;
+  };
+  using Slots = Collection<K, Slot>;
+
+ public:
+  class const_iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = std::pair<const K&, const Ptr<T>&>;
+    using difference_type = std::ptrdiff_t;
+    using reference = value_type;
+
+    const_iterator() = default;
+    explicit const_iterator(typename Slots::const_iterator it) : it_(it) {}
+    value_type operator*() const { return {it_->first, it_->second.child}; }
+    const_iterator& operator++() {
+      ++it_;
+      return *this;
+    }
+    friend bool operator==(const const_iterator&, const const_iterator&) = default;
+
+   private:
+    typename Slots::const_iterator it_;
+  };
+
+  const_iterator begin() const { return const_iterator(slots_.begin()); }
+  const_iterator end() const { return const_iterator(slots_.end()); }
+  std::size_t size() const { return slots_.size(); }
+  bool empty() const { return slots_.empty(); }
+
+  // The child of `key`, or null.
+  Ptr<T> find(const K& key) const {
+    const Slot* s = slots_.find(key);
+    return s ? s->child : Ptr<T>();
+  }
+
+  // Returns the child of `key`. An existing child made with the same arguments
+  // is kept; one made with other arguments makes this throw
+  // MutatorReinstantiatingException. Otherwise a new child is constructed (its
+  // constructor runs its handleInitialized), its notifications are switched on,
+  // and it is inserted.
+  Ptr<T> is(const K& key, const Args&... args) {
+    if (const Slot* s = slots_.find(key)) {
+      if (s->args == std::tie(args...)) return s->child;
+      throw MutatorReinstantiatingException(
+          "child re-created under an existing key with different constructor arguments");
+    }
+    Ptr<T> child = reactorIs<T>(args...);
+    // The constructor may have inserted a child under the same key re-entrantly;
+    // the one made last wins, the other is released.
+    slots_.is(key, Slot{child, std::tuple<Args...>(args...)});
+    return child;
+  }
+
+  // Removes the child of `key`; returns whether there was one.
+  bool del(const K& key) { return slots_.del(key); }
+  // Removes every child, in ascending key order.
+  void delAll() { slots_.delAll(); }
+
+ private:
+  Slots slots_;
+};
+
+}  // namespace Mox

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "Mox/Entity.h"
+
+namespace Mox {
+
+// A state machine of the framework: an entity that follows other publishers
+// through subscriptions and reacts to their changes in dispatch functions.
+//
+// Life cycle:
+//  - Construction: the subscriptions made in the constructor are parked
+//    (notifications off) so that changes made while the constructor scans its
+//    inputs are not fed back to it. The creator switches them on with
+//    hasNotificationActiveIs(true) once the constructor has returned
+//    (reactorIs does it).
+//  - Destruction, when the last reference goes: the object is marked for
+//    deletion, doCleanup() runs, the reactor and every reactor nested in it
+//    become zombies (no dispatch function of them runs again, even for a change
+//    whose delivery is already under way), then the object is deleted: the
+//    derived destructors clear its collections (destroying its children, which
+//    go through the same steps), and the subscriptions are removed last.
+//
+// A nested reactor (created with an owner) follows one input on behalf of its
+// owner; it is switched on and off and turned into a zombie along with it.
+class Reactor : public Entity {
+ public:
+  using Dispatch = std::function<void(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)>;
+
+  // Switches every subscription of this reactor and of its nested reactors on
+  // or off. A zombie stays off.
+  void hasNotificationActiveIs(bool active);
+  bool hasNotificationActive() const { return active_; }
+  bool isZombie() const { return zombie_; }
+
+  // The reactor this one is nested in, or null.
+  Reactor* owner() const { return owner_; }
+
+ protected:
+  // `owner`, when given, must outlive this reactor or turn it into a zombie
+  // first (its destructor does).
+  explicit Reactor(Pelo::String name = Pelo::String(), Reactor* owner = nullptr);
+  ~Reactor() override;
+
+  // The state machine's own clean-up: releases what it holds outside itself
+  // (hardware objects, status entries, registrations). Runs once, first in the
+  // destruction, while the object is still whole.
+  virtual void doCleanup();
+
+  // Turns this reactor and its nested reactors into zombies; idempotent.
+  void zombieIs();
+
+  // Subscribes `dispatch` to the changes of `publisher`. The subscription is
+  // active while this reactor's notifications are on. The publisher must
+  // outlive the subscription or tell it when it dies (every Publisher does).
+  void subscribe(const Pelo::Publisher& publisher, Dispatch dispatch);
+  template <class Self>
+  void subscribe(const Pelo::Publisher& publisher,
+                 void (Self::*dispatch)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)) {
+    Self* self = static_cast<Self*>(this);
+    subscribe(publisher, [self, dispatch](const Pelo::Publisher& p, Pelo::AttrId attr,
+                                          const Pelo::Key& key) { (self->*dispatch)(p, attr, key); });
+  }
+  // Removes this reactor's subscriptions to `publisher`; no-op when there is none.
+  void unsubscribe(const Pelo::Publisher& publisher);
+  void unsubscribeAll();
+  bool subscribedTo(const Pelo::Publisher& publisher) const;
+
+  void handleZeroReferences() override;
+
+ private:
+  class Subscription;
+
+  void nestedAdd(Reactor* nested);
+  void nestedRemove(Reactor* nested);
+
+  std::vector<std::unique_ptr<Subscription>> subscriptions_;
+  Reactor* owner_ = nullptr;       // not owned
+  std::vector<Reactor*> nested_;   // not owned; each removes itself when it dies
+  std::size_t nestedIndex_ = 0;    // position in the owner's nested_
+  bool active_ = false;
+  bool zombie_ = false;
+};
+
+// Creates a reactor the way an owner's `...Is` operation does: allocates and
+// constructs it (which runs its handleInitialized), then switches its
+// notifications on.
+template <class T, class... Args>
+Ptr<T> reactorIs(Args&&... args) {
+  Ptr<T> r(new T(std::forward<Args>(args)...));
+  r->hasNotificationActiveIs(true);
+  return r;
+}
+
+}  // namespace Mox

@@ -1,0 +1,140 @@
+#include "Pelo/Publisher.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace {
+
+// Appends "<name>:<attr>" to a shared log and runs an optional action.
+class Recorder : public Pelo::Subscriber {
+ public:
+  Recorder(std::string name, std::string* log) : name_(std::move(name)), log_(log) {}
+  void handleChange(const Pelo::Publisher&, Pelo::AttrId attr, const Pelo::Key&) override {
+    *log_ += name_ + ":" + std::to_string(attr) + " ";
+    if (action) action();
+  }
+  void handlePublisherDestroyed(const Pelo::Publisher&) override { *log_ += name_ + ":gone "; }
+  std::function<void()> action;
+
+ private:
+  std::string name_;
+  std::string* log_;
+};
+
+TEST(PublisherTest, DeliversSynchronouslyInSubscriptionOrderToActiveSubscribers) {
+  std::string log;
+  Pelo::Publisher p;
+  Recorder a("a", &log), b("b", &log), c("c", &log);
+  p.subscriberAdd(&b);
+  p.subscriberAdd(&a);
+  p.subscriberAdd(&c, false);
+  p.publishChange(7);
+  EXPECT_EQ(log, "b:7 a:7 ");
+  p.subscriberActiveIs(&c, true);
+  p.subscriberRemove(&b);
+  log.clear();
+  p.publishChange(8, Pelo::Key("k"));
+  EXPECT_EQ(log, "a:8 c:8 ");
+  EXPECT_EQ(p.subscriberCount(), 2u);
+}
+
+TEST(PublisherTest, KeyTravelsWithTheChange) {
+  struct KeyRecorder : Pelo::Subscriber {
+    Pelo::Key seen;
+    void handleChange(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key& key) override {
+      seen = key;
+    }
+  } r;
+  Pelo::Publisher p;
+  p.subscriberAdd(&r);
+  p.publishChange(1, Pelo::Key(std::uint16_t{42}));
+  ASSERT_NE(r.seen.getIf<std::uint16_t>(), nullptr);
+  EXPECT_EQ(r.seen.get<std::uint16_t>(), 42);
+  EXPECT_EQ(r.seen.getIf<Pelo::String>(), nullptr);
+  p.publishChange(2);
+  EXPECT_TRUE(r.seen.empty());
+}
+
+TEST(PublisherTest, SubscriberRemovingItselfOrANeighbourDuringDelivery) {
+  std::string log;
+  Pelo::Publisher p;
+  Recorder a("a", &log), b("b", &log), c("c", &log);
+  p.subscriberAdd(&a);
+  p.subscriberAdd(&b);
+  p.subscriberAdd(&c);
+  a.action = [&] {
+    p.subscriberRemove(&a);
+    p.subscriberRemove(&b);
+  };
+  p.publishChange(1);
+  EXPECT_EQ(log, "a:1 c:1 ");
+  log.clear();
+  p.publishChange(2);
+  EXPECT_EQ(log, "c:2 ");
+  EXPECT_EQ(p.subscriberCount(), 1u);
+}
+
+TEST(PublisherTest, SubscriberAddedDuringDeliveryGetsOnlyLaterChanges) {
+  std::string log;
+  Pelo::Publisher p;
+  Recorder a("a", &log), late("late", &log);
+  p.subscriberAdd(&a);
+  a.action = [&] { p.subscriberAdd(&late); };
+  p.publishChange(1);
+  EXPECT_EQ(log, "a:1 ");
+  a.action = nullptr;
+  log.clear();
+  p.publishChange(2);
+  EXPECT_EQ(log, "a:2 late:2 ");
+}
+
+TEST(PublisherTest, NestedChangeIsDeliveredBeforeTheOuterOneGoesOn) {
+  std::string log;
+  Pelo::Publisher p;
+  Recorder a("a", &log), b("b", &log);
+  p.subscriberAdd(&a);
+  p.subscriberAdd(&b);
+  a.action = [&] {
+    a.action = nullptr;
+    p.publishChange(2);
+  };
+  p.publishChange(1);
+  EXPECT_EQ(log, "a:1 a:2 b:2 b:1 ");
+}
+
+TEST(PublisherTest, PublisherDestroyedDuringDeliveryStopsIt) {
+  std::string log;
+  auto p = std::make_unique<Pelo::Publisher>();
+  Recorder a("a", &log), b("b", &log), c("c", &log);
+  p->subscriberAdd(&a);
+  p->subscriberAdd(&b);
+  p->subscriberAdd(&c);
+  b.action = [&] { p.reset(); };
+  // Publish through a raw pointer: the unique_ptr is cleared mid-delivery.
+  Pelo::Publisher* raw = p.get();
+  raw->publishChange(1);
+  EXPECT_EQ(log, "a:1 b:1 a:gone b:gone c:gone ");
+}
+
+TEST(PublisherTest, ThrowingSubscriberLeavesThePublisherUsable) {
+  std::string log;
+  Pelo::Publisher p;
+  Recorder a("a", &log), b("b", &log);
+  p.subscriberAdd(&a);
+  p.subscriberAdd(&b);
+  a.action = [&] {
+    p.subscriberRemove(&b);
+    throw std::runtime_error("boom");
+  };
+  EXPECT_THROW(p.publishChange(1), std::runtime_error);
+  a.action = nullptr;
+  log.clear();
+  p.publishChange(2);
+  EXPECT_EQ(log, "a:2 ");
+  EXPECT_EQ(p.subscriberCount(), 1u);
+}
+
+}  // namespace
