@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace Mox {
 
@@ -109,6 +110,14 @@ class Collection {
   std::size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
   bool contains(const K& key) const { return map_.find(key) != map_.end(); }
+  // The keys present now, ascending: a snapshot for code that removes
+  // elements one by one while others may come and go.
+  std::vector<K> keys() const {
+    std::vector<K> out;
+    out.reserve(map_.size());
+    for (const auto& entry : map_) out.push_back(entry.first);
+    return out;
+  }
 
   // The value for `key`, or null.
   const V* find(const K& key) const {

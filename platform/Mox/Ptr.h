@@ -91,11 +91,11 @@ class Ptr {
   Ptr(const Ptr& o) noexcept : Ptr(o.p_) {}
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(const Ptr<U>& o) noexcept : Ptr(o.get()) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o)
+  noexcept : Ptr(o.get()) {}  // NOLINT(google-explicit-constructor)
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+  noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
   ~Ptr() { reset(); }
 
   Ptr& operator=(Ptr o) noexcept {

@@ -34,8 +34,8 @@ class Reactor::Subscription final : public Pelo::Subscriber {
   const Pelo::Publisher* publisher() const { return publisher_; }
 
  private:
-  Reactor* reactor_;                   // not owned: owns this subscription
-  const Pelo::Publisher* publisher_;   // not owned; null once it died
+  Reactor* reactor_;                  // not owned: owns this subscription
+  const Pelo::Publisher* publisher_;  // not owned; null once it died
   Dispatch dispatch_;
 };
 
@@ -96,8 +96,9 @@ void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
 void Reactor::unsubscribeAll() { subscriptions_.clear(); }
 
 bool Reactor::subscribedTo(const Pelo::Publisher& publisher) const {
-  return std::any_of(subscriptions_.begin(), subscriptions_.end(),
-                     [&](const std::unique_ptr<Subscription>& s) { return s->publisher() == &publisher; });
+  return std::any_of(
+      subscriptions_.begin(), subscriptions_.end(),
+      [&](const std::unique_ptr<Subscription>& s) { return s->publisher() == &publisher; });
 }
 
 void Reactor::handleZeroReferences() {

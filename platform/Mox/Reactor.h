@@ -62,8 +62,10 @@ class Reactor : public Entity {
   void subscribe(const Pelo::Publisher& publisher,
                  void (Self::*dispatch)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)) {
     Self* self = static_cast<Self*>(this);
-    subscribe(publisher, [self, dispatch](const Pelo::Publisher& p, Pelo::AttrId attr,
-                                          const Pelo::Key& key) { (self->*dispatch)(p, attr, key); });
+    subscribe(publisher,
+              [self, dispatch](const Pelo::Publisher& p, Pelo::AttrId attr, const Pelo::Key& key) {
+                (self->*dispatch)(p, attr, key);
+              });
   }
   // Removes this reactor's subscriptions to `publisher`; no-op when there is none.
   void unsubscribe(const Pelo::Publisher& publisher);
@@ -79,9 +81,9 @@ class Reactor : public Entity {
   void nestedRemove(Reactor* nested);
 
   std::vector<std::unique_ptr<Subscription>> subscriptions_;
-  Reactor* owner_ = nullptr;       // not owned
-  std::vector<Reactor*> nested_;   // not owned; each removes itself when it dies
-  std::size_t nestedIndex_ = 0;    // position in the owner's nested_
+  Reactor* owner_ = nullptr;      // not owned
+  std::vector<Reactor*> nested_;  // not owned; each removes itself when it dies
+  std::size_t nestedIndex_ = 0;   // position in the owner's nested_
   bool active_ = false;
   bool zombie_ = false;
 };

@@ -20,14 +20,14 @@ using AttrId = std::uint32_t;
 class Key {
  public:
   Key() = default;
-  Key(String k) : v_(std::move(k)) {}             // NOLINT(google-explicit-constructor)
-  Key(const char* k) : v_(String(k)) {}           // NOLINT(google-explicit-constructor)
-  Key(std::uint16_t k) : v_(k) {}                 // NOLINT(google-explicit-constructor)
-  Key(Nexo::IntfId k) : v_(std::move(k)) {}       // NOLINT(google-explicit-constructor)
-  Key(Nexo::EthAddr k) : v_(k) {}                 // NOLINT(google-explicit-constructor)
-  Key(Bridging::VlanId k) : v_(k) {}              // NOLINT(google-explicit-constructor)
-  Key(Bridging::Fid k) : v_(k) {}                 // NOLINT(google-explicit-constructor)
-  Key(const void* k) : v_(k) {}                   // NOLINT(google-explicit-constructor)
+  Key(String k) : v_(std::move(k)) {}        // NOLINT(google-explicit-constructor)
+  Key(const char* k) : v_(String(k)) {}      // NOLINT(google-explicit-constructor)
+  Key(std::uint16_t k) : v_(k) {}            // NOLINT(google-explicit-constructor)
+  Key(Nexo::IntfId k) : v_(std::move(k)) {}  // NOLINT(google-explicit-constructor)
+  Key(Nexo::EthAddr k) : v_(k) {}            // NOLINT(google-explicit-constructor)
+  Key(Bridging::VlanId k) : v_(k) {}         // NOLINT(google-explicit-constructor)
+  Key(Bridging::Fid k) : v_(k) {}            // NOLINT(google-explicit-constructor)
+  Key(const void* k) : v_(k) {}              // NOLINT(google-explicit-constructor)
 
   // True for the key of a scalar attribute's change.
   bool empty() const { return std::holds_alternative<std::monostate>(v_); }
@@ -46,8 +46,8 @@ class Key {
   friend bool operator==(const Key& a, const Key& b) = default;
 
  private:
-  std::variant<std::monostate, String, std::uint16_t, Nexo::IntfId, Nexo::EthAddr,
-               Bridging::VlanId, Bridging::Fid, const void*>
+  std::variant<std::monostate, String, std::uint16_t, Nexo::IntfId, Nexo::EthAddr, Bridging::VlanId,
+               Bridging::Fid, const void*>
       v_;
 };
 

@@ -17,9 +17,9 @@ class String {
   static constexpr std::size_t npos = std::string::npos;
 
   String() = default;
-  String(const char* s) : s_(s) {}                 // NOLINT(google-explicit-constructor)
-  String(std::string s) : s_(std::move(s)) {}      // NOLINT(google-explicit-constructor)
-  String(std::string_view s) : s_(s) {}            // NOLINT(google-explicit-constructor)
+  String(const char* s) : s_(s) {}             // NOLINT(google-explicit-constructor)
+  String(std::string s) : s_(std::move(s)) {}  // NOLINT(google-explicit-constructor)
+  String(std::string_view s) : s_(s) {}        // NOLINT(google-explicit-constructor)
   String(const char* s, std::size_t n) : s_(s, n) {}
 
   const std::string& str() const { return s_; }
