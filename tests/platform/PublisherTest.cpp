@@ -26,8 +26,8 @@ class Recorder : public Pelo::Subscriber {
 
 TEST(PublisherTest, DeliversSynchronouslyInSubscriptionOrderToActiveSubscribers) {
   std::string log;
-  Pelo::Publisher p;
   Recorder a("a", &log), b("b", &log), c("c", &log);
+  Pelo::Publisher p;
   p.subscriberAdd(&b);
   p.subscriberAdd(&a);
   p.subscriberAdd(&c, false);
@@ -60,8 +60,8 @@ TEST(PublisherTest, KeyTravelsWithTheChange) {
 
 TEST(PublisherTest, SubscriberRemovingItselfOrANeighbourDuringDelivery) {
   std::string log;
-  Pelo::Publisher p;
   Recorder a("a", &log), b("b", &log), c("c", &log);
+  Pelo::Publisher p;
   p.subscriberAdd(&a);
   p.subscriberAdd(&b);
   p.subscriberAdd(&c);
@@ -79,8 +79,8 @@ TEST(PublisherTest, SubscriberRemovingItselfOrANeighbourDuringDelivery) {
 
 TEST(PublisherTest, SubscriberAddedDuringDeliveryGetsOnlyLaterChanges) {
   std::string log;
-  Pelo::Publisher p;
   Recorder a("a", &log), late("late", &log);
+  Pelo::Publisher p;
   p.subscriberAdd(&a);
   a.action = [&] { p.subscriberAdd(&late); };
   p.publishChange(1);
@@ -93,8 +93,8 @@ TEST(PublisherTest, SubscriberAddedDuringDeliveryGetsOnlyLaterChanges) {
 
 TEST(PublisherTest, NestedChangeIsDeliveredBeforeTheOuterOneGoesOn) {
   std::string log;
-  Pelo::Publisher p;
   Recorder a("a", &log), b("b", &log);
+  Pelo::Publisher p;
   p.subscriberAdd(&a);
   p.subscriberAdd(&b);
   a.action = [&] {
@@ -121,8 +121,8 @@ TEST(PublisherTest, PublisherDestroyedDuringDeliveryStopsIt) {
 
 TEST(PublisherTest, ThrowingSubscriberLeavesThePublisherUsable) {
   std::string log;
-  Pelo::Publisher p;
   Recorder a("a", &log), b("b", &log);
+  Pelo::Publisher p;
   p.subscriberAdd(&a);
   p.subscriberAdd(&b);
   a.action = [&] {
