@@ -3,6 +3,7 @@
 #include "Mox/Assert.h"
 #include "Mox/Trace.h"
 #include "Skimtrace/Skimtrace.h"
+#include "UmoNat/UmoNatFlowActionSm.h"
 #include "UmoNat/UmoNatFlowMcastSm.h"
 
 namespace {
@@ -64,7 +65,24 @@ UmoNatFlowMatchSm::~UmoNatFlowMatchSm() {
   if (mcastSm_ != nullptr) mcastSm_->unprogrammedGroupDel(this);
   if (matchStatus_) unsubscribe(*matchStatus_);
   if (matchSmStatus_) unsubscribe(*matchSmStatus_);
+  actionSm_.delAll();
 }
+
+Mox::Ptr<UmoNatFlowActionSm> UmoNatFlowMatchSm::actionSmIs(
+    const Pelo::String& policy, const Pelo::String& name,
+    const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+    const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus,
+    const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+    const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
+    const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+    const Mox::Ptr<const Bridging::Config>& bridgingConfig) {
+  return actionSm_.is(name, policy, match(), matchStatus, actionStatus, hwMatchStatus,
+                      matchSmStatus, topologySm, helper, bridgingConfig);
+}
+
+void UmoNatFlowMatchSm::actionSmDel(const Pelo::String& name) { actionSm_.del(name); }
+
+void UmoNatFlowMatchSm::actionSmDelAll() { actionSm_.delAll(); }
 
 void UmoNatFlowMatchSm::matchStatusDispatch(const Pelo::Publisher& /*publisher*/, Pelo::AttrId attr,
                                             const Pelo::Key& key) {
@@ -173,13 +191,12 @@ bool UmoNatFlowMatchSm::handleGroupNumUpdate() {
   const std::uint32_t wanted = getGroupNum();
   MOX_TRACE(traceHandle, 2, "Current groups num: " << current << ", new: " << wanted);
   if (wanted == current) return false;
-  // Each action takes out what it programmed under the old groups here, once
-  // the action state machines are part of the library.
+  for (const auto& [name, action] : actionSm_) action->handleGroupNum(wanted);
   deleteNatFlowGroups();
   matchSmStatus_->groupNumIs(wanted);
+  // On failure the match waits for the retry; the actions are not told.
   if (!createNatFlowGroups(wanted)) return true;
-  // Each action reprograms itself under the new groups here, once the action
-  // state machines are part of the library.
+  for (const auto& [name, action] : actionSm_) action->handleNatFlowAction(false);
   return true;
 }
 
@@ -188,8 +205,7 @@ void UmoNatFlowMatchSm::handleNatFlow() {
   SKIMTRACE("UmoNatFlowMatchSm::handleNatFlow policy %s match %s", policy_, match());
   if (!initialized_) return;
   if (handleGroupNumUpdate()) return;
-  // With the group count unchanged, every action re-reads the flow here, once
-  // the action state machines are part of the library.
+  for (const auto& [name, action] : actionSm_) action->handleNatFlow();
 }
 
 void UmoNatFlowMatchSm::handleNatFlowAction(const Pelo::String& name) {
@@ -198,14 +214,14 @@ void UmoNatFlowMatchSm::handleNatFlowAction(const Pelo::String& name) {
             name);
   if (!initialized_) return;
   handleGroupNumUpdate();
-  if (matchStatus_->action(name)) {
-    // The action state machine of `name` is created here (an existing one is
-    // kept), once action state machines are part of the library.
+  if (auto actionStatus = matchStatus_->action(name)) {
     MOX_TRACE(traceHandle, 2, "Create actionSm");
+    actionSmIs(policy_, name, matchStatus_, actionStatus, hwMatchStatus_, matchSmStatus_,
+               topologySm_, helper_, bridgingConfig_);
     return;
   }
-  // ... and removed here.
   MOX_TRACE(traceHandle, 2, "Delete actionSm");
+  actionSmDel(name);
 }
 
 void UmoNatFlowMatchSm::handleInitialized() {
@@ -226,8 +242,7 @@ void UmoNatFlowMatchSm::doCleanup() {
   MOX_TRACE(traceHandle, 1, MATCH_ENTRY("doCleanup"));
   SKIMTRACE("UmoNatFlowMatchSm::doCleanup policy %s match %s", policy_, match());
   if (!initialized_) return;
-  // The action state machines are removed here first, once they are part of
-  // the library.
+  actionSmDelAll();
   deleteNatFlowGroups();
   hwPolicyStatus_->matchDel(match());
 }

@@ -5,11 +5,13 @@
 #include "Bridging/Config.h"
 #include "Ip/Nat/HwStatus.h"
 #include "Ip/Nat/Status.h"
+#include "Mox/ChildCollection.h"
 #include "Mox/Entity.h"
 #include "Mox/Reactor.h"
 #include "UmoNat/UmoNatExport.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
 
+class UmoNatFlowActionSm;
 class UmoNatFlowMcastSm;
 class UmoNatFlowMcastTopologySm;
 
@@ -55,6 +57,13 @@ UMONAT_EXPORT Mox::Ptr<UmoNatFlowMatchSmStatus> umoNatFlowMatchSmStatusFactory()
 // 2, group ids 0, parked with the root).
 class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
  public:
+  using ActionSmCollection = Mox::ChildCollection<
+      Pelo::String, UmoNatFlowActionSm, Pelo::String, Pelo::String,
+      Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>, Mox::Ptr<const Ip::Nat::NatFlowActionStatus>,
+      Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>, Mox::Ptr<UmoNatFlowMatchSmStatus>,
+      UmoNatFlowMcastTopologySm*, Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>,
+      Mox::Ptr<const Bridging::Config>>;
+
   // `topologySm` and `mcastSm` are not owned; both outlive the match.
   UmoNatFlowMatchSm(const Pelo::String& policy,
                     const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
@@ -76,6 +85,19 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
   const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus() const { return hwMatchStatus_; }
   const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus() const { return matchSmStatus_; }
   bool initialized() const { return initialized_; }
+
+  // Action state machines, one per action of the match.
+  const ActionSmCollection& actionSm() const { return actionSm_; }
+  Mox::Ptr<UmoNatFlowActionSm> actionSmIs(
+      const Pelo::String& policy, const Pelo::String& name,
+      const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+      const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus,
+      const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+      const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
+      const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+      const Mox::Ptr<const Bridging::Config>& bridgingConfig);
+  void actionSmDel(const Pelo::String& name);
+  void actionSmDelAll();
 
   // Stores the match status and follows its `groupNumUpdate`; re-evaluates the
   // group count unless the match is being deleted.
@@ -124,5 +146,6 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
   UmoNatFlowMcastSm* mcastSm_;  // not owned: the root, which outlives every match
   Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus> hwMatchStatus_;
   Mox::Ptr<UmoNatFlowMatchSmStatus> matchSmStatus_;
+  ActionSmCollection actionSm_;
   bool initialized_ = false;
 };

@@ -3,6 +3,7 @@
 #include "Mox/Log.h"
 #include "Mox/Trace.h"
 #include "Skimtrace/Skimtrace.h"
+#include "UmoNat/UmoNatFlowActionSm.h"
 #include "UmoNat/UmoNatFlowMatchSm.h"
 
 namespace {
@@ -57,6 +58,7 @@ UmoNatFlowMcastSm::~UmoNatFlowMcastSm() {
   unprogrammedGroupTaskDel();
   policySm_.delAll();
   unprogrammedGroup_.delAll();
+  topologySm_.reset();
 }
 
 void UmoNatFlowMcastSm::statusDispatch(const Pelo::Publisher& /*publisher*/, Pelo::AttrId attr,
@@ -143,8 +145,8 @@ void UmoNatFlowMcastSm::handleInitialized() {
       Mox::makePtr<Vyr::TimerTask>(groupScheduler_, 4, "unprogrammedGroupTask"));
   initialized_ = true;
 
-  // The topology state machine is created here, before the policies, once
-  // the topology tracker is part of the library.
+  topologySm_ = umoNatFlowMcastTopologySmFactory(bridgingConfig_, vlanStatusDir_, brTopo_,
+                                                 bridgingStatus_, umoL3IntfTable_, ipStatus_);
 
   if (!status_) return;
   for (const auto& [name, policy] : status_->natFlow()) handleNatFlowPolicy(name);
@@ -177,8 +179,10 @@ void UmoNatFlowMcastSm::handleUnprogrammedGroup() {
     if (!matchSm->matchSmStatus()) break;
     // A failed retry has parked the match again (it is still in the set).
     if (!matchSm->createNatFlowGroups(matchSm->matchSmStatus()->groupNum())) break;
-    // Every action of the match resets and reprograms its hardware groups
-    // here, once the action state machines are part of the library.
+    for (const auto& [name, action] : matchSm->actionSm()) {
+      action->resetHwGroups();
+      action->handleNatFlowAction(false);
+    }
     unprogrammedGroupDel(matchSm);
     ++checked;
     if (unprogrammedGroupTask_->taskShouldYield() && !unprogrammedGroup_.empty()) {

@@ -14,22 +14,21 @@
 #include "UmoL3Intf/Table.h"
 #include "UmoNat/UmoNatExport.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
+#include "UmoNat/UmoNatFlowMcastTopologySm.h"
 #include "UmoNat/UmoNatFlowPolicySm.h"
 #include "Vyr/Task.h"
 
 class UmoNatFlowMatchSm;
-class UmoNatFlowMcastTopologySm;
 
 // The entry point of the plug-in: the agent creates exactly one through
 // umoNatFlowMcastSmFactory and keeps it for the life of the feature.
 //
 // At start it wipes the hardware status left by an earlier run (without
-// touching the hardware), creates the retry task "unprogrammedGroupTask", and
-// creates one policy state machine per NAT flow policy of `status`, following
-// policies as they come and go. It owns the retry of hardware group allocation:
-// matches whose groups could not be allocated park themselves in
-// `unprogrammedGroup`, and the retry task (scheduled by a match that frees its
-// groups) tries them again in insertion order.
+// touching the hardware), creates the retry task "unprogrammedGroupTask" and
+// the topology state machine, and creates one policy state machine per NAT flow policy of `status`,
+// following policies as they come and go. It owns the retry of hardware group allocation: matches
+// whose groups could not be allocated park themselves in `unprogrammedGroup`, and the retry task
+// (scheduled by a match that frees its groups) tries them again in insertion order.
 //
 // Dropping the last reference tears the tree down top-down: the root's
 // clean-up removes every policy (each removing its matches and their hardware
@@ -66,9 +65,9 @@ class UMONAT_EXPORT UmoNatFlowMcastSm : public Mox::Reactor {
   const Mox::Ptr<const UmoL3Intf::Table>& umoL3IntfTable() const { return umoL3IntfTable_; }
   const Mox::Ptr<const Ip::Status>& ipStatus() const { return ipStatus_; }
   const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper() const { return helper_; }
-  // The topology state machine, handed down to every policy, match and
-  // action; null until the topology tracker is wired into the start-up.
-  UmoNatFlowMcastTopologySm* topologySm() const { return nullptr; }
+  // The topology state machine, created at start and handed down to every
+  // policy, match and action.
+  UmoNatFlowMcastTopologySm* topologySm() const { return topologySm_.get(); }
   bool initialized() const { return initialized_; }
 
   // Policy state machines, one per policy name of `status`.
@@ -127,6 +126,7 @@ class UMONAT_EXPORT UmoNatFlowMcastSm : public Mox::Reactor {
   Mox::Ptr<const UmoL3Intf::Table> umoL3IntfTable_;
   Mox::Ptr<const Ip::Status> ipStatus_;
   Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> helper_;
+  Mox::Ptr<UmoNatFlowMcastTopologySm> topologySm_;
   PolicySmCollection policySm_;
   Mox::PtrSet<UmoNatFlowMatchSm> unprogrammedGroup_;
   Mox::Seconds unprogrammedGroupTaskDelay_ = 10.0;

@@ -117,12 +117,13 @@ class TraceCapture {
 // Emits a trace line built by streaming `streamExpr` into a std::ostringstream, e.g.
 //   MOX_TRACE(traceHandle, 2, "UmoNatFlowMcastSm::handleNatFlowPolicy, policy: " << name);
 // When `level` is not enabled for `handle` the stream expression is not evaluated at all.
+// Booleans print as "true" and "false".
 #define MOX_TRACE(handle, level, streamExpr)                \
   do {                                                      \
     const int moxTraceLevel_ = (level);                     \
     if ((handle).enabled(moxTraceLevel_)) {                 \
       std::ostringstream moxTraceStream_;                   \
-      moxTraceStream_ << streamExpr;                        \
+      moxTraceStream_ << std::boolalpha << streamExpr;      \
       (handle).emit(moxTraceLevel_, moxTraceStream_.str()); \
     }                                                       \
   } while (0)

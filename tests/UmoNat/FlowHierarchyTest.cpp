@@ -6,7 +6,7 @@
 
 #include "Mox/Log.h"
 #include "Mox/Trace.h"
-#include "RecordingHelper.h"
+#include "NatFixture.h"
 #include "UmoNat/UmoNatFlowMatchSm.h"
 #include "UmoNat/UmoNatFlowMcastSm.h"
 #include "UmoNat/UmoNatFlowPolicySm.h"
@@ -16,56 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Builds the inputs of the root, starts it on demand, and checks at the end
-// that the tree is gone and nothing leaked.
-class FlowHierarchyTest : public testing::Test {
- protected:
-  FlowHierarchyTest() { Vyr::TaskSchedulerRoot::schedulerIs(scheduler); }
-  ~FlowHierarchyTest() override {
-    root.reset();
-    Vyr::TaskSchedulerRoot::schedulerIs(nullptr);
-  }
-
-  void start() {
-    root = umoNatFlowMcastSmFactory(status, hwStatus, bridgingConfig, bridgingStatus, vlanStatusDir,
-                                    brTopo, l3IntfTable, ipStatus, helper);
-  }
-
-  // A match whose flow has the destination `dst` ("0.0.0.0" for none).
-  Mox::Ptr<Ip::Nat::NatFlowMatchStatus> matchIs(const char* policy, const char* match,
-                                                const char* dst = "239.1.1.1") {
-    auto m = status->natFlowIs(policy)->matchIs(match);
-    m->flowIs(Ip::Nat::NatFlow(Nexo::IpAddr("10.0.0.0"), 0, 8, Nexo::IpAddr(dst), 5000,
-                               std::string(dst) == "0.0.0.0" ? 0 : 32));
-    return m;
-  }
-  // An action with the translated destination `dst` ("0.0.0.0" for none).
-  void actionIs(const char* policy, const char* match, const char* action,
-                const char* dst = "0.0.0.0") {
-    auto a = status->natFlowIs(policy)->matchIs(match)->actionIs(action);
-    a->dstIs(Nexo::IpAndPort(Nexo::IpAddr(dst), 0));
-    a->versionIs(1);
-  }
-  Mox::Ptr<const Ip::Nat::HwNatFlowMatchStatus> hwMatch(const char* policy, const char* match) {
-    auto p = hwStatus->natFlow(policy);
-    return p ? p->match(match) : nullptr;
-  }
-  UmoNatFlowMatchSm* matchSm(const char* policy, const char* match) {
-    return root->policySm().find(policy)->matchSm().find(match).get();
-  }
-
-  Mox::Ptr<Vyr::TaskScheduler> scheduler = Mox::makePtr<Vyr::TaskScheduler>();
-  Mox::Ptr<Ip::Nat::Status> status = Mox::makePtr<Ip::Nat::Status>();
-  Mox::Ptr<Ip::Nat::HwNatFlowStatus> hwStatus = Mox::makePtr<Ip::Nat::HwNatFlowStatus>();
-  Mox::Ptr<Bridging::Config> bridgingConfig = Mox::makePtr<Bridging::Config>();
-  Mox::Ptr<Bridging::Status> bridgingStatus = Mox::makePtr<Bridging::Status>();
-  Mox::Ptr<Bridging::VlanStatusDir> vlanStatusDir = Mox::makePtr<Bridging::VlanStatusDir>();
-  Mox::Ptr<Bridging::Topology::Config> brTopo = Mox::makePtr<Bridging::Topology::Config>();
-  Mox::Ptr<UmoL3Intf::Table> l3IntfTable = Mox::makePtr<UmoL3Intf::Table>();
-  Mox::Ptr<Ip::Status> ipStatus = Mox::makePtr<Ip::Status>();
-  Mox::Ptr<UmoNatTest::RecordingHelper> helper = Mox::makePtr<UmoNatTest::RecordingHelper>();
-  Mox::Ptr<UmoNatFlowMcastSm> root;
-};
+using FlowHierarchyTest = UmoNatTest::NatFixture;
 
 TEST_F(FlowHierarchyTest, StartUpWipesStaleHardwareStatusBottomUpWithoutTheHelper) {
   auto stale = hwStatus->natFlowIs("old")->matchIs("m")->actionIs("a");

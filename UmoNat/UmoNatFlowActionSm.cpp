@@ -1,0 +1,213 @@
+#include "UmoNat/UmoNatFlowActionSm.h"
+
+#include "Mox/Assert.h"
+#include "Mox/Trace.h"
+#include "Skimtrace/Skimtrace.h"
+#include "UmoNat/UmoNatFlowMcastTopologySm.h"
+
+namespace {
+
+constinit Mox::TraceHandle traceHandle("UmoNatFlowActionSm");
+
+const Pelo::String kNoName;
+
+using Ip::Nat::NatFlowType;
+
+}  // namespace
+
+// The head of every entry trace: the class, the operation and the three names.
+#define ACTION_ENTRY(fn)                                                     \
+  "UmoNatFlowActionSm::" fn ", policy: " << policy_ << ", match: " << match_ \
+                                         << ", action: " << action()
+
+UmoNatFlowActionSm::UmoNatFlowActionSm(
+    const Pelo::String& policy, const Pelo::String& match,
+    const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+    const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus,
+    const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+    const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
+    const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+    const Mox::Ptr<const Bridging::Config>& bridgingConfig)
+    : Mox::Reactor(actionStatus ? actionStatus->name() : kNoName),
+      policy_(policy),
+      match_(match),
+      matchStatus_(matchStatus),
+      actionStatus_(actionStatus),
+      hwMatchStatus_(hwMatchStatus),
+      matchSmStatus_(matchSmStatus),
+      topologySm_(topologySm),
+      helper_(helper),
+      bridgingConfig_(bridgingConfig) {
+  if (actionStatus_) subscribe(*actionStatus_, &UmoNatFlowActionSm::actionStatusDispatch);
+  // Should handleInitialized throw, the base destructor removes the
+  // subscription and the members release their references.
+  handleInitialized();
+}
+
+UmoNatFlowActionSm::~UmoNatFlowActionSm() {
+  // Nothing may reach this machine once it is gone: not the index (which a
+  // version-0 clean-up leaves alone) and not the update backlog.
+  if (topologySm_ != nullptr) topologySm_->actionSmGone(this);
+  if (actionStatus_) unsubscribe(*actionStatus_);
+}
+
+std::uint32_t UmoNatFlowActionSm::version() const {
+  return actionStatus_ ? actionStatus_->version() : 0;
+}
+
+void UmoNatFlowActionSm::actionStatusDispatch(const Pelo::Publisher& /*publisher*/,
+                                              Pelo::AttrId attr, const Pelo::Key& /*key*/) {
+  if (attr != Ip::Nat::NatFlowActionStatus::Attr::version || isMarkedForDeletion()) return;
+  handleNatFlowAction(false);
+}
+
+Ip::Nat::NatFlowType UmoNatFlowActionSm::getFlowType() const {
+  Nexo::IpAddr dip = actionStatus_->dst().ip();
+  if (dip.isZero()) dip = hwMatchStatus_->flow().dstAddr();
+  NatFlowType type = NatFlowType::natFlowTypeNone;
+  if (!dip.isZero()) {
+    type = dip.isMulticast() ? NatFlowType::natFlowTypeMulticast : NatFlowType::natFlowTypeUnicast;
+  }
+  MOX_TRACE(traceHandle, 2, "Flow type: " << type << " (dip: " << dip << ")");
+  return type;
+}
+
+std::uint32_t UmoNatFlowActionSm::getGroupNum() const {
+  if (!hwMatchStatus_->flow().dstAddr().isZero()) return 1;
+  for (const auto& [name, action] : matchStatus_->action()) {
+    if (action->dst().ip().isZero()) return 2;
+  }
+  return 1;
+}
+
+void UmoNatFlowActionSm::handleInitialized() {
+  MOX_TRACE(traceHandle, 1, ACTION_ENTRY("handleInitialized"));
+  SKIMTRACE("UmoNatFlowActionSm::handleInitialized policy %s match %s action %s", policy_, match_,
+            action());
+  initialized_ = true;
+  hwActionStatus_ = hwMatchStatus_->actionIs(action());
+  handleNatFlowAction(false);
+}
+
+void UmoNatFlowActionSm::handleNatFlowAction(bool skipChecks) {
+  MOX_TRACE(traceHandle, 2,
+            ACTION_ENTRY("handleNatFlowAction")
+                << ", version: " << version() << ", skipChecks: " << skipChecks);
+  SKIMTRACE("UmoNatFlowActionSm::handleNatFlowAction policy %s match %s action %s version %u",
+            policy_, match_, action(), version());
+  if (!initialized_ || version() == 0) {
+    MOX_TRACE(traceHandle, 2, "Version not initialized yet, skip update");
+    return;
+  }
+  if (matchSmStatus_->groupNum() == 0) {
+    MOX_TRACE(traceHandle, 2, "Group not initialized yet, skip update");
+    return;
+  }
+  if (!skipChecks) {
+    const std::uint32_t groups = getGroupNum();
+    if (groups != matchSmStatus_->groupNum()) {
+      // The match re-allocates its groups and calls back.
+      MOX_TRACE(
+          traceHandle, 2,
+          "Change in the group number, old: " << matchSmStatus_->groupNum() << ", new: " << groups);
+      matchSmStatus_->groupNumUpdateIs(matchSmStatus_->groupNumUpdate() + 1);
+      return;
+    }
+    const NatFlowType type = getFlowType();
+    if (type != hwActionStatus_->flowType()) {
+      resetHwGroups();
+      hwActionStatus_->flowTypeIs(type);
+    }
+  }
+  auto vps = Ip::Nat::natFlowVlanPortSetsFactory();
+  MOX_ASSERT(vps);
+  // The software port sets are computed here from the topology, and the
+  // hardware port sets programmed against the previous ones, once port-set
+  // programming is part of the library.
+  hwActionStatus_->vlanPortSetsIs(vps);
+  // The translations are programmed here, last, once translation programming
+  // is part of the library.
+}
+
+void UmoNatFlowActionSm::handleNatFlow() {
+  MOX_TRACE(traceHandle, 2, ACTION_ENTRY("handleNatFlow"));
+  SKIMTRACE("UmoNatFlowActionSm::handleNatFlow policy %s match %s action %s", policy_, match_,
+            action());
+  if (!initialized_ || version() == 0) return;
+  const NatFlowType type = getFlowType();
+  if (type == hwActionStatus_->flowType()) {
+    // Only the translations can have changed; they are reprogrammed here
+    // once translation programming is part of the library.
+    return;
+  }
+  resetHwGroups();
+  hwActionStatus_->flowTypeIs(type);
+  handleNatFlowAction(false);
+}
+
+void UmoNatFlowActionSm::handleGroupNum(std::uint32_t num) {
+  MOX_TRACE(traceHandle, 2, ACTION_ENTRY("handleGroupNum") << ", num: " << num);
+  SKIMTRACE("UmoNatFlowActionSm::handleGroupNum policy %s match %s action %s num %u", policy_,
+            match_, action(), num);
+  if (initialized_ && version() != 0) resetHwGroups();
+}
+
+void UmoNatFlowActionSm::resetHwGroup(std::uint32_t group, bool unicast, bool portSetId2) {
+  MOX_TRACE(traceHandle, 2,
+            "UmoNatFlowActionSm::resetHwGroup, group: " << group << ", unicast: " << unicast
+                                                        << ", portSetId2: " << portSetId2);
+  MOX_ASSERT(initialized() && actionStatus()->version());
+  if (group == 0) return;
+  const auto& vps = hwActionStatus_->vlanPortSets();
+  if (!vps) return;
+  const bool srcNat = !hwActionStatus_->srcNat().ip().isZero();
+  const bool dstNat = !hwActionStatus_->dstNat().ip().isZero();
+  const auto portSets = unicast ? vps->ucastPortSet() : vps->mcastPortSet();
+  for (const auto& [vlan, ps] : portSets) {
+    const std::uint32_t id = portSetId2 ? ps->portSetId2() : ps->portSetId();
+    if (id == 0) continue;  // never programmed in this group
+    MOX_TRACE(traceHandle, 2,
+              (unicast ? "Delete ucast portSet, group: " : "Delete mcast portSet, group: ")
+                  << group << ", portSetId: " << id);
+    helper_->deleteNatFlowVlanPortSet(group, id);
+    if (srcNat) helper_->deleteNatFlowSrcTranslation(group, id);
+    // Every unicast port set carries a destination translation; a multicast
+    // one only when a destination translation is recorded.
+    if (unicast || dstNat) helper_->deleteNatFlowDstTranslation(group, id);
+  }
+}
+
+void UmoNatFlowActionSm::resetHwGroups() {
+  const NatFlowType ft =
+      hwActionStatus_ ? hwActionStatus_->flowType() : NatFlowType::natFlowTypeUnicast;
+  MOX_TRACE(traceHandle, 2, ACTION_ENTRY("resetHwGroups") << ", ft: " << ft);
+  if (!initialized_ || version() == 0) return;
+  resetHwGroup(hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast, false);
+  if (matchSmStatus_->groupNum() == 2) {
+    resetHwGroup(hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
+                 ft != NatFlowType::natFlowTypeNone);
+  }
+  hwActionStatus_->srcNatIs(Nexo::IpAndPort());
+  hwActionStatus_->dstNatIs(Nexo::IpAndPort());
+  hwActionStatus_->srcFlowIs(Nexo::IpAndPort());
+  hwActionStatus_->dstFlowIs(Nexo::IpAndPort());
+  hwActionStatus_->srcLenIs(0);
+  hwActionStatus_->dstLenIs(0);
+  if (const auto vps = hwActionStatus_->vlanPortSets()) {
+    vps->ucastPortSetDelAll();
+    vps->mcastPortSetDelAll();
+    hwActionStatus_->vlanPortSetsIs(nullptr);
+  }
+}
+
+void UmoNatFlowActionSm::doCleanup() {
+  MOX_TRACE(traceHandle, 2, ACTION_ENTRY("doCleanup") << ", version: " << version());
+  SKIMTRACE("UmoNatFlowActionSm::doCleanup policy %s match %s action %s version %u", policy_,
+            match_, action(), version());
+  // With version 0 nothing is done, and the hardware action entry made at
+  // start stays in the match's hardware status.
+  if (!initialized_ || version() == 0) return;
+  if (topologySm_ != nullptr) topologySm_->delActionSm(this);
+  if (matchSmStatus_->groupNum() != 0) resetHwGroups();
+  hwMatchStatus_->actionDel(action());
+}

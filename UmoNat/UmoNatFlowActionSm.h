@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Bridging/Config.h"
+#include "Ip/Nat/HwStatus.h"
+#include "Ip/Nat/Status.h"
+#include "Mox/Reactor.h"
+#include "UmoNat/UmoNatExport.h"
+#include "UmoNat/UmoNatFlowMatchSm.h"
+#include "UmoNat/UmoNatFlowMcastHelper.h"
+
+class UmoNatFlowMcastTopologySm;
+
+// The state machine of one NAT action of one match, owned by the match state
+// machine under the action's name.
+//
+// For its action it derives the flow type (unicast, multicast or none) and the
+// number of groups its match needs, keeps the action's hardware status record
+// under the match's hardware status, and programs the action in a fixed
+// order: software port sets from the topology, hardware port sets, then
+// translations. The match owns the groups; this machine reads their ids,
+// takes out of them what it programmed (resetHwGroups), and tells the match
+// through `groupNumUpdate` when the group count the match needs has changed.
+//
+// It follows its action status's `version`; version 0 means the action is not
+// complete and nothing is done for it. A machine destroyed while queued for a
+// topology update leaves the queue at once: nothing reaches it afterwards.
+class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
+ public:
+  // `topologySm` is not owned and outlives the action.
+  UmoNatFlowActionSm(const Pelo::String& policy, const Pelo::String& match,
+                     const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+                     const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus,
+                     const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+                     const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus,
+                     UmoNatFlowMcastTopologySm* topologySm,
+                     const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+                     const Mox::Ptr<const Bridging::Config>& bridgingConfig);
+  ~UmoNatFlowActionSm() override;
+
+  const Pelo::String& policy() const { return policy_; }
+  const Pelo::String& match() const { return match_; }
+  // The action's name (empty when there is no action status).
+  const Pelo::String& action() const { return nameString(); }
+  const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus() const { return matchStatus_; }
+  const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus() const { return actionStatus_; }
+  const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus() const { return hwMatchStatus_; }
+  const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus() const { return matchSmStatus_; }
+  UmoNatFlowMcastTopologySm* topologySm() const { return topologySm_; }
+  const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper() const { return helper_; }
+  const Mox::Ptr<const Bridging::Config>& bridgingConfig() const { return bridgingConfig_; }
+  const Mox::Ptr<Ip::Nat::HwNatFlowActionStatus>& hwActionStatus() const { return hwActionStatus_; }
+  void hwActionStatusIs(const Mox::Ptr<Ip::Nat::HwNatFlowActionStatus>& status) {
+    hwActionStatus_ = status;
+  }
+  bool initialized() const { return initialized_; }
+
+  // Unicast, multicast, or none: from the action's destination, else the
+  // match flow's destination.
+  Ip::Nat::NatFlowType getFlowType() const;
+  // The groups the match needs: 2 when neither the flow nor some action of
+  // the match names a destination, else 1.
+  std::uint32_t getGroupNum() const;
+
+  // Re-evaluates and reprograms the whole action. Unless `skipChecks`, a
+  // changed group count is handed to the match (which calls back) and a
+  // changed flow type resets the groups first.
+  void handleNatFlowAction(bool skipChecks);
+  // The match's flow changed: with the same flow type only the translations
+  // are redone, otherwise the groups are reset and the action reprogrammed.
+  void handleNatFlow();
+  // The match's group count changes to `num`: takes out what was programmed.
+  void handleGroupNum(std::uint32_t num);
+  // Takes out of `group` the port sets of one kind (identified by portSetId
+  // or portSetId2) and their translations. Requires an initialized machine
+  // with a non-zero version.
+  void resetHwGroup(std::uint32_t group, bool unicast, bool portSetId2);
+  // Takes everything this action programmed out of its match's groups and
+  // clears the hardware status record (the flow type stays).
+  void resetHwGroups();
+  void handleInitialized();
+
+ protected:
+  void doCleanup() override;
+
+ private:
+  void actionStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                            const Pelo::Key& key);
+  std::uint32_t version() const;
+
+  Pelo::String policy_;
+  Pelo::String match_;
+  Mox::Ptr<const Ip::Nat::NatFlowMatchStatus> matchStatus_;
+  Mox::Ptr<const Ip::Nat::NatFlowActionStatus> actionStatus_;
+  Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus> hwMatchStatus_;
+  Mox::Ptr<UmoNatFlowMatchSmStatus> matchSmStatus_;
+  UmoNatFlowMcastTopologySm* topologySm_;  // not owned
+  Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> helper_;
+  Mox::Ptr<const Bridging::Config> bridgingConfig_;
+  Mox::Ptr<Ip::Nat::HwNatFlowActionStatus> hwActionStatus_;
+  bool initialized_ = false;
+};
