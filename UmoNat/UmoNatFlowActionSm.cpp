@@ -61,6 +61,20 @@ void UmoNatFlowActionSm::actionStatusDispatch(const Pelo::Publisher& /*publisher
   handleNatFlowAction(false);
 }
 
+std::vector<UmoNatFlowActionSm::GroupUse> UmoNatFlowActionSm::groupUses(NatFlowType ft) const {
+  // The first group carries the port sets of the action's own type (unicast
+  // ones without a destination type). With two groups, a typed action holds a
+  // second id for the same port sets in the second group, while an action
+  // without a destination puts its multicast port sets there.
+  std::vector<GroupUse> uses{
+      {hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast, false}};
+  if (matchSmStatus_->groupNum() == 2) {
+    uses.push_back({hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
+                    ft != NatFlowType::natFlowTypeNone});
+  }
+  return uses;
+}
+
 Ip::Nat::NatFlowType UmoNatFlowActionSm::getFlowType() const {
   Nexo::IpAddr dip = actionStatus_->dst().ip();
   if (dip.isZero()) dip = hwMatchStatus_->flow().dstAddr();
@@ -121,12 +135,13 @@ void UmoNatFlowActionSm::handleNatFlowAction(bool skipChecks) {
   }
   auto vps = Ip::Nat::natFlowVlanPortSetsFactory();
   MOX_ASSERT(vps);
-  // The software port sets are computed here from the topology, and the
-  // hardware port sets programmed against the previous ones, once port-set
-  // programming is part of the library.
+  // The hardware step compares with the port sets still recorded, so the new
+  // ones are recorded only after it; translations go last, against the ids
+  // just recorded.
+  updateSwPortSet(vps);
+  updateHwPortSet(vps);
   hwActionStatus_->vlanPortSetsIs(vps);
-  // The translations are programmed here, last, once translation programming
-  // is part of the library.
+  updateHwTranslation();
 }
 
 void UmoNatFlowActionSm::handleNatFlow() {
@@ -136,8 +151,7 @@ void UmoNatFlowActionSm::handleNatFlow() {
   if (!initialized_ || version() == 0) return;
   const NatFlowType type = getFlowType();
   if (type == hwActionStatus_->flowType()) {
-    // Only the translations can have changed; they are reprogrammed here
-    // once translation programming is part of the library.
+    updateHwTranslation();  // only the translations can have changed
     return;
   }
   resetHwGroups();
@@ -182,11 +196,7 @@ void UmoNatFlowActionSm::resetHwGroups() {
       hwActionStatus_ ? hwActionStatus_->flowType() : NatFlowType::natFlowTypeUnicast;
   MOX_TRACE(traceHandle, 2, ACTION_ENTRY("resetHwGroups") << ", ft: " << ft);
   if (!initialized_ || version() == 0) return;
-  resetHwGroup(hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast, false);
-  if (matchSmStatus_->groupNum() == 2) {
-    resetHwGroup(hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
-                 ft != NatFlowType::natFlowTypeNone);
-  }
+  for (const GroupUse& use : groupUses(ft)) resetHwGroup(use.group, use.unicast, use.portSetId2);
   hwActionStatus_->srcNatIs(Nexo::IpAndPort());
   hwActionStatus_->dstNatIs(Nexo::IpAndPort());
   hwActionStatus_->srcFlowIs(Nexo::IpAndPort());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "Bridging/Config.h"
 #include "Ip/Nat/HwStatus.h"
@@ -79,6 +80,22 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   // Takes everything this action programmed out of its match's groups and
   // clears the hardware status record (the flow type stays).
   void resetHwGroups();
+
+  // Fills `vps` with the action's egress ports per VLAN and kind of copy, from
+  // its next hops and the topology, registering the action in the topology's
+  // index under everything it used (after withdrawing it first).
+  void updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps);
+  // Brings the hardware port sets of the match's groups from those recorded in
+  // the hardware status to `vps`, giving every port set of `vps` its ids.
+  void updateHwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps);
+  // The same for one group and one kind of port set.
+  void updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps, std::uint32_t group,
+                            bool unicast, bool portSetId2);
+  // Reprograms the source and destination translations of every port set
+  // when the addresses to translate changed, and records what is programmed.
+  void updateHwTranslation();
+  void updateHwTranslationSrc(std::uint32_t group, bool unicast, bool portSetId2);
+  void updateHwTranslationDst(std::uint32_t group, bool unicast, bool portSetId2);
   void handleInitialized();
 
  protected:
@@ -88,6 +105,16 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   void actionStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                             const Pelo::Key& key);
   std::uint32_t version() const;
+
+  // How the action uses one of its match's groups: which kind of port sets
+  // and which of their ids. The first group is always used; the second only
+  // when the match has two.
+  struct GroupUse {
+    std::uint32_t group;
+    bool unicast;
+    bool portSetId2;
+  };
+  std::vector<GroupUse> groupUses(Ip::Nat::NatFlowType ft) const;
 
   Pelo::String policy_;
   Pelo::String match_;

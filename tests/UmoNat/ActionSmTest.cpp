@@ -84,7 +84,7 @@ TEST_F(ActionSmTest, ChangedGroupCountIsHandedToTheMatchOnceWhichCallsBack) {
   auto* sm = matchSm("P", "M");
   EXPECT_EQ(sm->matchSmStatus()->groupNumUpdate(), 1u);
   EXPECT_EQ(sm->matchSmStatus()->groupNum(), 2u);
-  EXPECT_THAT(helper->takeCalls(),
+  EXPECT_THAT(helper->takeCalls("Group("),
               ElementsAre("deleteNatFlowGroup(P, M, 1)", "createNatFlowGroup(P, M, true) = 1",
                           "createNatFlowGroup(P, M, false) = 2"));
   const auto texts = trace.texts();
@@ -222,8 +222,11 @@ TEST_F(ActionSmTest, FlowTypeChangeResetsWithTheOldTypeBeforeRecordingTheNewOne)
   helper->takeCalls();
   a->dstIs(Nexo::IpAndPort("10.0.0.7:0"));
   a->versionIs(2);
-  // The multicast port set of the old type goes, by the old parameters.
-  EXPECT_THAT(helper->takeCalls(),
+  // The multicast port set of the old type goes first, by the old parameters;
+  // the pass then programs the unicast one.
+  const auto calls = helper->takeCalls();
+  ASSERT_GE(calls.size(), 2u);
+  EXPECT_THAT(std::vector<std::string>(calls.begin(), calls.begin() + 2),
               ElementsAre("deleteNatFlowVlanPortSet(1, 2)", "deleteNatFlowDstTranslation(1, 2)"));
   EXPECT_EQ(sm->hwActionStatus()->flowType(), NatFlowType::natFlowTypeUnicast);
 }
@@ -320,7 +323,7 @@ TEST_F(ActionSmTest, ActionIndexSharesEntriesAndWithdrawsOnlyItsOwnKeys) {
                                          "Removed actionIntf for intf Ethernet1",
                                          "Removed actionMac for mac 00:00:00:00:00:0a"));
   EXPECT_TRUE(topo->actionVlan().contains(10));
-  EXPECT_TRUE(topo->actionRecirc().empty());
+  EXPECT_FALSE(topo->actionRecirc().contains(a));
   EXPECT_TRUE(topo->actionSmUpdateBacklog().contains(a));  // the backlog keeps it
   trace.clear();
   topo->delActionSm(b);

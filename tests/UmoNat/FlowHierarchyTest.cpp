@@ -60,9 +60,9 @@ TEST_F(FlowHierarchyTest, GroupCountFollowsTheDestinations) {
   matchIs("P", "open", "0.0.0.0");  // neither names one: a unicast and a multicast group
   actionIs("P", "open", "a");
   matchIs("P", "idle");  // no actions: no group
-  EXPECT_THAT(helper->takeCalls(), ElementsAre("createNatFlowGroup(P, fixed, false) = 1",
-                                               "createNatFlowGroup(P, open, true) = 2",
-                                               "createNatFlowGroup(P, open, false) = 3"));
+  EXPECT_THAT(helper->takeCalls("Group("), ElementsAre("createNatFlowGroup(P, fixed, false) = 1",
+                                                       "createNatFlowGroup(P, open, true) = 2",
+                                                       "createNatFlowGroup(P, open, false) = 3"));
   EXPECT_EQ(hwMatch("P", "fixed")->groupIdUc(), 1u);
   EXPECT_EQ(hwMatch("P", "fixed")->groupIdMc(), 1u);
   EXPECT_EQ(hwMatch("P", "open")->groupIdUc(), 2u);
@@ -76,13 +76,13 @@ TEST_F(FlowHierarchyTest, CountChangeFreesTheSharedGroupOnceAndAllocatesThePair)
   matchIs("P", "M", "0.0.0.0");
   actionIs("P", "M", "a1", "239.9.9.9");
   start();
-  helper->takeCalls();
+  helper->takeCalls("Group(");
   actionIs("P", "M", "a2");  // no destination anywhere: now two groups
-  EXPECT_THAT(helper->takeCalls(),
+  EXPECT_THAT(helper->takeCalls("Group("),
               ElementsAre("deleteNatFlowGroup(P, M, 1)", "createNatFlowGroup(P, M, true) = 1",
                           "createNatFlowGroup(P, M, false) = 2"));
   status->natFlowIs("P")->matchIs("M")->actionDelAll();
-  EXPECT_THAT(helper->takeCalls(),
+  EXPECT_THAT(helper->takeCalls("Group("),
               ElementsAre("deleteNatFlowGroup(P, M, 1)", "deleteNatFlowGroup(P, M, 2)"));
   EXPECT_EQ(matchSm("P", "M")->matchSmStatus()->groupNum(), 0u);
   EXPECT_TRUE(root->unprogrammedGroup().empty());

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "RecordingHelper.h"
 #include "UmoNat/UmoNatFlowActionSm.h"
@@ -12,6 +13,8 @@
 #include "Vyr/Task.h"
 
 namespace UmoNatTest {
+
+inline Nexo::IntfId intf(const char* name) { return Nexo::IntfId(name); }
 
 // The inputs of the root, a recording helper and a fresh task scheduler; the
 // root is started on demand and dropped at the end.
@@ -46,6 +49,30 @@ class NatFixture : public testing::Test {
     a->versionIs(version);
     return a;
   }
+  // VLAN `vlan` with members, an SVI "Vlan<vlan>" that is up, mapped to
+  // topology `topo`.
+  void vlanIs(std::uint16_t vlan, std::vector<const char*> members, const char* topo = "T") {
+    auto status = vlanStatusDir->vlanStatusIs(Bridging::VlanId(vlan));
+    for (const char* m : members) status->vlanPortStatusIs(intf(m), {});
+    sviIs(vlan, true);
+    brTopo->vidToTopoMapIs(Bridging::VlanId(vlan), brTopo->topoConfigIs(topo));
+  }
+  void sviIs(std::uint16_t vlan, bool up) {
+    const Nexo::IntfId svi("Vlan" + std::to_string(vlan));
+    l3IntfTable->intfL3IndexIs(svi, vlan);
+    l3IntfTable->routedPortNameIs(vlan, svi);
+    auto ip = ipStatus->ipIntfStatusIs(svi);
+    ip->routingIs(true);
+    ip->addrWithMaskIs(up ? Nexo::IpAddrWithMask("10.0.0.1/24") : Nexo::IpAddrWithMask());
+  }
+  void portIs(const char* name, Bridging::Topology::PortState state,
+              Bridging::SwitchportMode mode = Bridging::SwitchportMode::trunk,
+              std::uint16_t native = 1, const char* topo = "T") {
+    auto sic = bridgingConfig->switchIntfConfigIs(intf(name));
+    sic->switchportModeIs(mode);
+    sic->nativeVlanIs(native);
+    brTopo->topoConfigIs(topo)->topoPortConfigIs(intf(name))->portStateIs(state);
+  }
   Mox::Ptr<const Ip::Nat::HwNatFlowMatchStatus> hwMatch(const char* policy, const char* match) {
     auto p = hwStatus->natFlow(policy);
     return p ? p->match(match) : nullptr;
@@ -54,6 +81,7 @@ class NatFixture : public testing::Test {
     auto p = root->policySm().find(policy);
     return p ? p->matchSm().find(match).get() : nullptr;
   }
+  UmoNatFlowMcastTopologySm* topo() { return root->topologySm(); }
   UmoNatFlowActionSm* actionSm(const char* policy, const char* match, const char* action) {
     auto* m = matchSm(policy, match);
     return m ? m->actionSm().find(action).get() : nullptr;

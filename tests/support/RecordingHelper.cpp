@@ -104,4 +104,12 @@ std::vector<std::string> RecordingHelper::takeCalls() {
   return out;
 }
 
+std::vector<std::string> RecordingHelper::takeCalls(std::string_view part) {
+  std::vector<std::string> out;
+  for (auto& c : takeCalls()) {
+    if (c.find(part) != std::string::npos) out.push_back(std::move(c));
+  }
+  return out;
+}
+
 }  // namespace UmoNatTest

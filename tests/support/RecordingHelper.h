@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "UmoNat/UmoNatFlowMcastHelper.h"
@@ -44,9 +45,14 @@ class RecordingHelper : public UmoHelper::UmoNatFlowMcastHelper {
   // The calls since the last take, one per line, e.g.
   // "createNatFlowGroup(P1, M1, false) = 1".
   std::vector<std::string> takeCalls();
+  // The same, keeping only the calls whose text contains `part` (for example
+  // "Group(" for group allocation and release).
+  std::vector<std::string> takeCalls(std::string_view part);
   const std::vector<std::string>& calls() const { return calls_; }
   // Groups allocated and not yet freed.
   const std::set<std::uint32_t>& groups() const { return groups_; }
+  // Port sets programmed and not yet deleted, as (group, id).
+  const std::set<std::pair<std::uint32_t, std::uint32_t>>& portSets() const { return portSets_; }
 
  private:
   std::vector<std::string> calls_;
