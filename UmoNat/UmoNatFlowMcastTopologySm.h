@@ -9,6 +9,7 @@
 #include "Ip/Nat/HwStatus.h"
 #include "Ip/Status.h"
 #include "Mox/Collection.h"
+#include "Mox/HashCollection.h"
 #include "Mox/PtrSet.h"
 #include "Mox/Reactor.h"
 #include "Mox/Seconds.h"
@@ -143,13 +144,14 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
                                 UmoNatFlowActionSm* actionSm);
 
   // --- Action index ---
-  const Mox::Collection<Nexo::IntfId, Mox::Ptr<UmoNatflowActionSmIntf>>& actionIntf() const {
+  // Looked up by key only, at a cost independent of the number of actions.
+  const Mox::HashCollection<Nexo::IntfId, Mox::Ptr<UmoNatflowActionSmIntf>>& actionIntf() const {
     return actionIntf_;
   }
-  const Mox::Collection<std::uint16_t, Mox::Ptr<UmoNatflowActionSmVlan>>& actionVlan() const {
+  const Mox::HashCollection<std::uint16_t, Mox::Ptr<UmoNatflowActionSmVlan>>& actionVlan() const {
     return actionVlan_;
   }
-  const Mox::Collection<Nexo::EthAddr, Mox::Ptr<UmoNatflowActionSmMac>>& actionMac() const {
+  const Mox::HashCollection<Nexo::EthAddr, Mox::Ptr<UmoNatflowActionSmMac>>& actionMac() const {
     return actionMac_;
   }
   const Mox::PtrSet<UmoNatFlowActionSm>& actionRecirc() const { return actionRecirc_; }
@@ -235,9 +237,9 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   Mox::Collection<Nexo::IntfId, std::uint16_t> intfL3Index_;
   std::uint16_t natFlowRecircVlan_ = 0;
   Mox::Collection<Nexo::IntfId, Mox::Ptr<NestedSm_IpIntfStatus>> ipIntfStatus_;
-  Mox::Collection<Nexo::IntfId, Mox::Ptr<UmoNatflowActionSmIntf>> actionIntf_;
-  Mox::Collection<std::uint16_t, Mox::Ptr<UmoNatflowActionSmVlan>> actionVlan_;
-  Mox::Collection<Nexo::EthAddr, Mox::Ptr<UmoNatflowActionSmMac>> actionMac_;
+  Mox::HashCollection<Nexo::IntfId, Mox::Ptr<UmoNatflowActionSmIntf>> actionIntf_;
+  Mox::HashCollection<std::uint16_t, Mox::Ptr<UmoNatflowActionSmVlan>> actionVlan_;
+  Mox::HashCollection<Nexo::EthAddr, Mox::Ptr<UmoNatflowActionSmMac>> actionMac_;
   Mox::PtrSet<UmoNatFlowActionSm> actionRecirc_;
   Mox::PtrSet<UmoNatFlowActionSm> actionSmUpdateBacklog_;
   Mox::Seconds actionSmUpdateBacklogTaskInterval_ = 0.1;
