@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test. Installs missing Debian packages first.
+# Builds everything (the benchmarks too, so that they keep compiling; they are
+# not run here) and runs every test. Installs missing Debian packages first.
 #
 # Environment (all optional):
 #   UMONAT_BUILD_DIR   build directory (default: build)
@@ -18,6 +19,7 @@ cmake -S . -B "$build" -G Ninja \
   -DCMAKE_CXX_COMPILER="${CXX:-g++}" \
   -DUMONAT_WERROR="${UMONAT_WERROR:-OFF}" \
   -DUMONAT_SANITIZE="${UMONAT_SANITIZE:-OFF}" \
-  -DUMONAT_BUILD_TESTS=ON
+  -DUMONAT_BUILD_TESTS=ON \
+  -DUMONAT_BUILD_BENCH=ON
 cmake --build "$build" -j "$jobs"
 ctest --test-dir "$build" --output-on-failure -j "$jobs"

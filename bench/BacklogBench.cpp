@@ -1,0 +1,45 @@
+// A run of the update backlog: 100 queued actions cost 100 action passes,
+// whatever the number of other actions and other queued entries.
+
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "BenchSupport.h"
+#include "UmoNat/UmoNatFlowActionSm.h"
+
+namespace {
+
+void BM_BacklogRunOf100(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  UmoNatBench::Switch sw(n);
+  sw.start();
+  auto* topo = sw.root->topologySm();
+  std::vector<UmoNatFlowActionSm*> actions;
+  for (const auto& [name, policy] : sw.root->policySm()) {
+    for (const auto& [m, match] : policy->matchSm()) {
+      for (const auto& [a, action] : match->actionSm()) actions.push_back(action.get());
+    }
+  }
+  const auto& task = topo->actionSmUpdateBacklogTask();
+  std::size_t next = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    for (int k = 0; k < 100; ++k) {
+      topo->actionSmUpdateBacklogIs(actions[next]);
+      next = (next + 1) % actions.size();
+    }
+    task->scheduleTaskDelay(0);
+    state.ResumeTiming();
+    sw.scheduler->runDue();
+  }
+  state.SetItemsProcessed(state.iterations() * 100);
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_BacklogRunOf100)
+    ->RangeMultiplier(10)
+    ->Range(1000, 100000)
+    ->Complexity()
+    ->Unit(benchmark::kMicrosecond);
+
+}  // namespace
