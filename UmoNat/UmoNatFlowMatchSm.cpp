@@ -194,8 +194,14 @@ bool UmoNatFlowMatchSm::handleGroupNumUpdate() {
   for (const auto& [name, action] : actionSm_) action->handleGroupNum(wanted);
   deleteNatFlowGroups();
   matchSmStatus_->groupNumIs(wanted);
+  const bool allocated = createNatFlowGroups(wanted);
+  // A change of the count ends a wait too, when it allocates or needs no
+  // group: were the match left in the retry set, the retry would allocate a
+  // second set of groups over the ones its actions have just programmed, or
+  // stop at a match that needs none.
+  if (allocated || wanted == 0) mcastSm_->unprogrammedGroupDel(this);
   // On failure the match waits for the retry; the actions are not told.
-  if (!createNatFlowGroups(wanted)) return true;
+  if (!allocated) return true;
   for (const auto& [name, action] : actionSm_) action->handleNatFlowAction(false);
   return true;
 }

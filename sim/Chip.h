@@ -79,12 +79,14 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
     std::uint16_t vlan = 0;
     std::vector<Nexo::IntfId> intf;  // ascending
     Nexo::EthAddr dmac;
+    friend bool operator==(const PortSet&, const PortSet&) = default;
   };
   struct SrcTranslation {
     std::uint16_t vlan = 0;
     Nexo::IpAndPort srcNat;
     Nexo::IpAndPort srcFlow;
     std::uint32_t pfxLen = 0;
+    friend bool operator==(const SrcTranslation&, const SrcTranslation&) = default;
   };
   struct DstTranslation {
     std::uint16_t vlan = 0;
@@ -92,6 +94,7 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
     Nexo::IpAndPort dstFlow;
     std::uint32_t pfxLen = 0;
     Nexo::EthAddr dmac;
+    friend bool operator==(const DstTranslation&, const DstTranslation&) = default;
   };
   // (group id, port-set id)
   using PortSetKey = std::pair<std::uint32_t, std::uint32_t>;

@@ -215,6 +215,26 @@ TEST_F(FlowHierarchyTest, WaitingMatchRemovedAloneIsNeverRetried) {
   EXPECT_THAT(helper->takeCalls(), IsEmpty());
 }
 
+TEST_F(FlowHierarchyTest, MatchThatGetsItsGroupsThroughACountChangeLeavesTheRetrySet) {
+  helper->groupCapacityIs(1);
+  matchIs("P", "a-holder");
+  actionIs("P", "a-holder", "x", "239.1.1.1");
+  matchIs("P", "b-waiting", "0.0.0.0");
+  actionIs("P", "b-waiting", "x", "239.2.2.2");
+  start();
+  ASSERT_TRUE(root->unprogrammedGroup().contains(matchSm("P", "b-waiting")));
+  // More room, and the waiting match now needs two groups: it gets them at
+  // once and no longer waits, so no retry allocates over them.
+  helper->groupCapacityIs(0);
+  actionIs("P", "b-waiting", "y");
+  EXPECT_EQ(hwMatch("P", "b-waiting")->groupIdUc(), 2u);
+  EXPECT_TRUE(root->unprogrammedGroup().empty());
+  status->natFlowIs("P")->matchIs("a-holder")->actionDel("x");
+  helper->takeCalls();
+  scheduler->runUntilIdle();
+  EXPECT_THAT(helper->takeCalls("Group("), IsEmpty());
+}
+
 TEST_F(FlowHierarchyTest, TeardownFreesEveryGroupAndEmptiesTheHardwareStatus) {
   const auto before = Mox::PtrInterface::instances();
   matchIs("P", "one");
