@@ -66,7 +66,12 @@ INSTANTIATE_TEST_SUITE_P(Patterns, TraceLevelTest,
                                            LevelCase{"*/0-9;UmoNat/4", "UmoNatX", "1111111111"},
                                            LevelCase{"UmoNat/4 */1", "UmoNat", "0100000000"},
                                            LevelCase{"*/0-9 Umo*/", "UmoNat", "0000000000"},
-                                           LevelCase{"", "UmoNat", "0000000000"}));
+                                           LevelCase{"", "UmoNat", "0000000000"}),
+                         // Names by position: the cases hold pointers, whose bytes would
+                         // otherwise name the tests differently on every run.
+                         [](const ::testing::TestParamInfo<LevelCase>& info) {
+                           return "Case" + std::to_string(info.index);
+                         });
 
 class TraceMalformedTest : public TraceTest, public ::testing::WithParamInterface<const char*> {};
 
@@ -84,7 +89,10 @@ TEST_P(TraceMalformedTest, ThrowsNamingBadEntryAndKeepsConfiguration) {
 INSTANTIATE_TEST_SUITE_P(Configs, TraceMalformedTest,
                          ::testing::Values("Umo", "/1", "Umo/10", "Umo/a", "Umo/5-2", "Umo/1-",
                                            "Umo/-1", "U*mo/1", "**/1", "Umo/1,,2", "Umo/1,",
-                                           "Umo/1/2"));
+                                           "Umo/1/2"),
+                         [](const ::testing::TestParamInfo<const char*>& info) {
+                           return "Case" + std::to_string(info.index);
+                         });
 
 TEST_F(TraceTest, ExistingHandlesFollowReconfiguration) {
   Mox::traceLevelsIs("UmoNatFlowMcastSm/3");
