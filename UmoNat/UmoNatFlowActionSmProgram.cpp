@@ -21,6 +21,18 @@ std::uint32_t idIn(const Ip::Nat::NatFlowPortSet& ps, bool portSetId2) {
   return portSetId2 ? ps.portSetId2() : ps.portSetId();
 }
 
+// Calls `each(vlan, portSet, psId)` for every port set of one kind in `vps`,
+// with its id in the group, which the port-set step has set.
+template <class Each>
+void forEachPortSet(const Ip::Nat::NatFlowVlanPortSets& vps, bool unicast, bool portSetId2,
+                    Each each) {
+  for (const auto& [vlan, ps] : unicast ? vps.ucastPortSet() : vps.mcastPortSet()) {
+    const std::uint32_t psId = idIn(*ps, portSetId2);
+    MOX_ASSERT(psId);
+    each(vlan, *ps, psId);
+  }
+}
+
 // The same interfaces, in whatever order.
 bool sameIntfs(const Ip::Nat::NatFlowPortSet& a, const Ip::Nat::NatFlowPortSet& b) {
   if (a.intf().size() != b.intf().size()) return false;
@@ -244,9 +256,7 @@ void UmoNatFlowActionSm::updateHwTranslationSrc(std::uint32_t group, bool unicas
   const Nexo::IpAndPort& src = actionStatus_->src();
   const bool update = !src.ip().isZero();
   if (!update && hwActionStatus_->srcNat().ip().isZero()) return;
-  for (const auto& [vlan, ps] : unicast ? vps->ucastPortSet() : vps->mcastPortSet()) {
-    const std::uint32_t psId = idIn(*ps, portSetId2);
-    MOX_ASSERT(psId);
+  forEachPortSet(*vps, unicast, portSetId2, [&](std::uint16_t vlan, auto&, std::uint32_t psId) {
     MOX_TRACE(traceHandle, 2,
               (update ? "Update " : "Delete ")
                   << kind(unicast) << " src translation, group: " << group << ", vlan: " << vlan
@@ -256,7 +266,7 @@ void UmoNatFlowActionSm::updateHwTranslationSrc(std::uint32_t group, bool unicas
     } else {
       helper_->deleteNatFlowSrcTranslation(group, psId);
     }
-  }
+  });
 }
 
 void UmoNatFlowActionSm::updateHwTranslationDst(std::uint32_t group, bool unicast,
@@ -274,18 +284,16 @@ void UmoNatFlowActionSm::updateHwTranslationDst(std::uint32_t group, bool unicas
   // the port set's MAC); multicast ones only with a destination to translate.
   const bool update = unicast || !dst.ip().isZero();
   if (!update && hwActionStatus_->dstNat().ip().isZero()) return;
-  for (const auto& [vlan, ps] : unicast ? vps->ucastPortSet() : vps->mcastPortSet()) {
-    const std::uint32_t psId = idIn(*ps, portSetId2);
-    MOX_ASSERT(psId);
+  forEachPortSet(*vps, unicast, portSetId2, [&](std::uint16_t vlan, auto& ps, std::uint32_t psId) {
     MOX_TRACE(traceHandle, 2,
               (update ? "Update " : "Delete ")
                   << kind(unicast) << " dst translation, group: " << group << ", vlan: " << vlan
                   << ", portSetId: " << psId);
     if (update) {
       helper_->updateNatFlowDstTranslation(group, psId, vlan, dst, flow.dst(), flow.dstPrefixLen(),
-                                           ps->dmac());
+                                           ps.dmac());
     } else {
       helper_->deleteNatFlowDstTranslation(group, psId);
     }
-  }
+  });
 }
