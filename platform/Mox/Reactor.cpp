@@ -95,12 +95,6 @@ void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
 
 void Reactor::unsubscribeAll() { subscriptions_.clear(); }
 
-bool Reactor::subscribedTo(const Pelo::Publisher& publisher) const {
-  return std::any_of(
-      subscriptions_.begin(), subscriptions_.end(),
-      [&](const std::unique_ptr<Subscription>& s) { return s->publisher() == &publisher; });
-}
-
 void Reactor::handleZeroReferences() {
   doCleanup();
   zombieIs();

@@ -70,7 +70,6 @@ class Reactor : public Entity {
   // Removes this reactor's subscriptions to `publisher`; no-op when there is none.
   void unsubscribe(const Pelo::Publisher& publisher);
   void unsubscribeAll();
-  bool subscribedTo(const Pelo::Publisher& publisher) const;
 
   void handleZeroReferences() override;
 

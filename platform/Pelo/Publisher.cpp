@@ -48,10 +48,6 @@ void Publisher::subscriberRemove(Subscriber* subscriber) const {
   entries_.erase(entries_.begin() + (e - entries_.data()));
 }
 
-bool Publisher::hasSubscriber(const Subscriber* subscriber) const {
-  return subscriber != nullptr && entryFor(subscriber) != nullptr;
-}
-
 std::size_t Publisher::subscriberCount() const {
   return static_cast<std::size_t>(std::count_if(
       entries_.begin(), entries_.end(), [](const Entry& e) { return e.subscriber != nullptr; }));

@@ -60,7 +60,6 @@ class Publisher {
   // Unsubscribes `subscriber`; no-op when not subscribed.
   void subscriberRemove(Subscriber* subscriber) const;
 
-  bool hasSubscriber(const Subscriber* subscriber) const;
   std::size_t subscriberCount() const;
 
   // Delivers (attr, key) to every active subscriber.
