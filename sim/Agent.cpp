@@ -11,6 +11,10 @@
 #include <utility>
 
 #include "Mox/Trace.h"
+#include "UmoNat/UmoNatFlowActionSm.h"
+#include "UmoNat/UmoNatFlowMatchSm.h"
+#include "UmoNat/UmoNatFlowMcastTopologySm.h"
+#include "UmoNat/UmoNatFlowPolicySm.h"
 
 namespace Sim {
 
@@ -65,6 +69,15 @@ class TraceSinkRestorer {
   Mox::TraceSink previous_;
 };
 
+// Whether any entry of one part of the topology tracker's action index holds `actionSm`.
+template <class Index>
+bool indexHolds(const Index& index, const UmoNatFlowActionSm* actionSm) {
+  for (const auto& key : index.keys()) {
+    if ((*index.find(key))->actionSm().contains(actionSm)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 Agent::Agent()
@@ -98,6 +111,24 @@ void Agent::stop() {
   if (!started()) throw std::logic_error("the agent is not started");
   commands_.callbackDel(kShowCommandName);
   root_.reset();
+}
+
+std::optional<Ip::Nat::NatFlowType> Agent::programmedFlowType(const std::string& policy,
+                                                              const std::string& match,
+                                                              const std::string& action) const {
+  if (!started()) return std::nullopt;
+  const auto policySm = root_->policySm().find(policy);
+  const auto matchSm = policySm ? policySm->matchSm().find(match) : nullptr;
+  const auto actionSm = matchSm ? matchSm->actionSm().find(action) : nullptr;
+  if (!actionSm || !actionSm->hwActionStatus()) return std::nullopt;
+  // The index has no query by action, so every entry is searched; it is small in a simulation.
+  const UmoNatFlowMcastTopologySm& topology = *root_->topologySm();
+  const UmoNatFlowActionSm* sm = actionSm.get();
+  if (!topology.actionRecirc().contains(sm) && !indexHolds(topology.actionIntf(), sm) &&
+      !indexHolds(topology.actionVlan(), sm) && !indexHolds(topology.actionMac(), sm)) {
+    return std::nullopt;
+  }
+  return actionSm->hwActionStatus()->flowType();
 }
 
 std::size_t Agent::runCommand(const std::string& line, std::ostream& out) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <optional>
 #include <string>
 
 #include "Agent/AgentCommandCallback.h"
@@ -61,6 +62,15 @@ class Agent {
   // Unregisters the show command and drops the root, which frees what the system holds in the
   // chip. Precondition: started.
   void stop();
+
+  // The flow type the system recorded for an action in its hardware status at the action's last
+  // programming pass: the type that topology updates keep programming it with until its version
+  // or its match's flow changes. Nothing while stopped, or when the action has not been through a
+  // pass (the topology tracker's action index does not hold its state machine): a record made
+  // before any pass holds only a default.
+  std::optional<Ip::Nat::NatFlowType> programmedFlowType(const std::string& policy,
+                                                         const std::string& match,
+                                                         const std::string& action) const;
 
   // Sends `line` to the agent's command registry as a requester's command, with a descriptor of
   // an in-memory file as the requester's connection, and copies what the callbacks write to

@@ -87,6 +87,53 @@ Mox::Ptr<Ip::Nat::NatFlowActionStatus> writableAction(const Context& c, const st
   return c.agent.natStatus()->natFlowIs(policy)->matchIs(match)->actionIs(action);
 }
 
+// ---- states the platform never publishes -----------------------------------------------------
+
+// The flow type the system derives for an action: from the action's destination address, else
+// from its match flow's; none when both are zero.
+Ip::Nat::NatFlowType flowTypeOf(const Nexo::IpAndPort& dst, const Ip::Nat::NatFlow& flow) {
+  Nexo::IpAddr ip = dst.ip();
+  if (ip.isZero()) ip = flow.dstAddr();
+  if (ip.isZero()) return Ip::Nat::NatFlowType::natFlowTypeNone;
+  return ip.isMulticast() ? Ip::Nat::NatFlowType::natFlowTypeMulticast
+                          : Ip::Nat::NatFlowType::natFlowTypeUnicast;
+}
+
+// A next hop on a physical interface with the zero MAC address. The platform gives every physical
+// next hop of a unicast flow the MAC address of the host it leads to; a VLAN interface's next hop
+// may have none (the system then looks the VLAN's hosts up), and so may any next hop of a
+// multicast flow or of a flow without a destination. The empty interface stands for
+// recirculation, not for a next hop.
+bool zeroMacOnPhysical(const Nexo::IntfId& intf, const Nexo::EthAddr& mac) {
+  return mac.isZero() && !intf.empty() && !Nexo::VlanIntfId::isVlanIntfId(intf);
+}
+
+// The first next hop of `action` that zeroMacOnPhysical accepts, or null.
+const Nexo::IntfId* zeroMacNextHop(const Ip::Nat::NatFlowActionStatus& action) {
+  for (const auto& [intf, nextHop] : action.intf()) {
+    if (zeroMacOnPhysical(intf, nextHop.mac())) return &intf;
+  }
+  return nullptr;
+}
+
+std::string actionText(const std::string& policy, const std::string& match,
+                       const std::string& action) {
+  return policy + "/" + match + "/" + action;
+}
+
+// Throws when `action`, with its destination `dst` and its match flow `flow` as a line would
+// leave them, makes a unicast flow of a physical next hop with the zero MAC address.
+void checkUnicastNextHopMacs(const Ip::Nat::NatFlowActionStatus& action, const Nexo::IpAndPort& dst,
+                             const Ip::Nat::NatFlow& flow, const std::string& actionName) {
+  if (flowTypeOf(dst, flow) != Ip::Nat::NatFlowType::natFlowTypeUnicast) return;
+  const Nexo::IntfId* intf = zeroMacNextHop(action);
+  if (intf == nullptr) return;
+  throw ScenarioError("action " + actionName + " would be a unicast flow whose next hop on " +
+                      intf->name().str() +
+                      " has the zero MAC address; a physical next hop of a unicast flow always "
+                      "has the MAC address of its host");
+}
+
 // Interfaces up to the end of the line, each once; at least `min` of them.
 std::vector<Nexo::IntfId> intfList(LineParser& p, std::size_t min) {
   std::vector<Nexo::IntfId> intfs;
@@ -129,7 +176,13 @@ Prepared matchCommand(LineParser& p, Context& c) {
   std::optional<Ip::Nat::NatFlow> flow;
   if (p.accept("flow")) flow = p.natFlow();
   p.end();
-  existingPolicy(c, policy);
+  const auto ps = existingPolicy(c, policy);
+  const auto ms = ps->match(match);
+  if (flow && ms) {
+    for (const auto& [actionName, as] : ms->action()) {
+      checkUnicastNextHopMacs(*as, as->dst(), *flow, actionText(policy, match, actionName.str()));
+    }
+  }
   return {[&c, policy, match, flow] {
     auto ms = c.agent.natStatus()->natFlowIs(policy)->matchIs(match);
     if (flow) ms->flowIs(*flow);
@@ -167,7 +220,17 @@ Prepared actionCommand(LineParser& p, Context& c) {
       throw ParseError("unexpected " + quoted(p.peek()) + "; expected src, dst or version");
     }
   }
-  existingMatch(c, policy, match);
+  const auto ms = existingMatch(c, policy, match);
+  if (const auto as = ms->action(action)) {
+    // Version 0 means the writer is still filling a new action in; a complete one never goes
+    // back to it.
+    if (version && *version == 0 && as->version() != 0) {
+      throw ScenarioError("action " + actionText(policy, match, action) +
+                          " is complete at version " + std::to_string(as->version()) +
+                          "; only a new action starts at version 0, while it is being written");
+    }
+    if (dst) checkUnicastNextHopMacs(*as, *dst, ms->flow(), actionText(policy, match, action));
+  }
   // Filled in the order the platform's writer fills an action: translations, then the version.
   return {[&c, policy, match, action, src, dst, version] {
     auto as = writableAction(c, policy, match, action);
@@ -197,7 +260,25 @@ Prepared nexthopCommand(LineParser& p, Context& c) {
   p.keyword("mac");
   const Nexo::EthAddr mac = p.mac();
   p.end();
-  existingAction(c, policy, match, action);
+  const auto as = existingAction(c, policy, match, action);
+  if (zeroMacOnPhysical(intf, mac)) {
+    const auto ms = existingMatch(c, policy, match);
+    if (flowTypeOf(as->dst(), ms->flow()) == Ip::Nat::NatFlowType::natFlowTypeUnicast) {
+      throw ScenarioError("the next hop on " + intf.name().str() + " of action " +
+                          actionText(policy, match, action) +
+                          " has the zero MAC address; a physical next hop of a unicast flow "
+                          "always has the MAC address of its host");
+    }
+    // Topology updates reprogram an action with the flow type of its last programming pass,
+    // whatever its destination has become since, until its version or its match's flow changes.
+    if (c.agent.programmedFlowType(policy, match, action) ==
+        Ip::Nat::NatFlowType::natFlowTypeUnicast) {
+      throw ScenarioError("the next hop on " + intf.name().str() + " of action " +
+                          actionText(policy, match, action) +
+                          " has the zero MAC address, and the system last programmed the action "
+                          "as a unicast flow; give it a new version first");
+    }
+  }
   return {[&c, policy, match, action, intf, vlan, mac] {
     writableAction(c, policy, match, action)->intfIs(intf, Ip::Nat::NatFlowNextHop(vlan, mac));
   }};
@@ -718,6 +799,24 @@ std::string usage(const Command& command, std::string_view line) {
   return text;
 }
 
+// What the report of a failed assertion adds when the chip has run out of port sets. A port set
+// the chip has no id for comes back as id 0, which the system records; it stops on its assertion
+// "psId" when it next programs a translation of that port set, which may be after the table has
+// room again.
+std::string portSetTableNote(const Chip& chip) {
+  const std::size_t inUse = chip.portSets().size();
+  if (inUse >= chip.portSetCapacity()) {
+    return "\nthe chip's port-set table is full (" + std::to_string(inUse) + " of " +
+           std::to_string(chip.portSetCapacity()) +
+           " in use): the system stops on \"psId\" when the chip has no port-set id to give";
+  }
+  const std::uint64_t failed = chip.counter(Chip::Op::updateNatFlowVlanPortSet).failed;
+  if (failed == 0) return "";
+  return "\nthe chip's port-set table was full for " + std::to_string(failed) +
+         " port-set request(s): the system stops on \"psId\" when it programs a port set the chip "
+         "had no id for";
+}
+
 }  // namespace
 
 Interpreter::Interpreter(std::ostream& out, std::ostream& err, bool echo)
@@ -747,10 +846,11 @@ std::string Interpreter::assertionContext() const {
   // What the transcript shows so far goes out before the process stops.
   out_.flush();
   std::fflush(stdout);
-  if (finishing_) return "teardown at the end of " + file_;
-  if (line_ == 0) return "before the first scenario line";
+  const std::string note = portSetTableNote(agent_.chip());
+  if (finishing_) return "teardown at the end of " + file_ + note;
+  if (line_ == 0) return "before the first scenario line" + note;
   return std::string(running_ ? "scenario " : "after scenario ") + file_ + ":" +
-         std::to_string(line_) + ": " + text_;
+         std::to_string(line_) + ": " + text_ + note;
 }
 
 void Interpreter::reportError(std::string_view message) {

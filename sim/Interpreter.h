@@ -21,7 +21,8 @@ namespace Sim {
 // transcript.
 //
 // While it lives the interpreter owns the process's trace sink and assertion context: a failed
-// MOX_ASSERT reports the scenario line being run (or the last one run). Destruction puts back the
+// MOX_ASSERT reports the scenario line being run (or the last one run) and, when the chip has run
+// out of port sets, says that the system stops on "psId" then. Destruction puts back the
 // trace sink and trace levels that were current before and clears the assertion context. One
 // interpreter at a time, on the thread that runs the event loop.
 class Interpreter {

@@ -1,5 +1,6 @@
 #include "sim/Printers.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <ostream>
@@ -31,6 +32,41 @@ void printNatInputs(std::ostream& os, const Ip::Nat::Status& status) {
   }
 }
 
+void printTopology(std::ostream& os, const Bridging::Topology::TopoConfig& topoConfig) {
+  os << "topology " << topoConfig.name() << "\n";
+  for (const auto& [intf, port] : topoConfig.topoPortConfig()) {
+    os << "topology " << topoConfig.name() << " port " << intf << " state " << port->portState()
+       << "\n";
+  }
+}
+
+// The topologies and the VLANs that follow them. A VLAN keeps following a topology that was
+// deleted, ports and all; such a topology is built again, given its VLANs and deleted, before the
+// topologies that exist are built, since one of them may have its name. Deleted topologies come
+// in the order of their lowest VLAN.
+void printTopologyInputs(std::ostream& os, const Bridging::Topology::Config& topo) {
+  std::vector<Mox::Ptr<const Bridging::Topology::TopoConfig>> deleted;
+  for (const auto& [vlan, topoConfig] : topo.vidToTopoMap()) {
+    if (topo.topoConfig(topoConfig->name()) == topoConfig) continue;
+    if (std::find(deleted.begin(), deleted.end(), topoConfig) == deleted.end()) {
+      deleted.push_back(topoConfig);
+    }
+  }
+  for (const auto& gone : deleted) {
+    os << "# topology " << gone->name() << ", deleted, and the VLANs that still follow it\n";
+    printTopology(os, *gone);
+    for (const auto& [vlan, topoConfig] : topo.vidToTopoMap()) {
+      if (topoConfig == gone) os << "vlan-topology " << vlan << " " << gone->name() << "\n";
+    }
+    os << "topology " << gone->name() << " delete\n";
+  }
+  for (const auto& [name, topoConfig] : topo.topoConfig()) printTopology(os, *topoConfig);
+  for (const auto& [vlan, topoConfig] : topo.vidToTopoMap()) {
+    if (topo.topoConfig(topoConfig->name()) != topoConfig) continue;
+    os << "vlan-topology " << vlan << " " << topoConfig->name() << "\n";
+  }
+}
+
 void printBridgingInputs(std::ostream& os, const Agent& agent) {
   const Bridging::Config& config = *agent.bridgingConfig();
   for (const auto& [intf, sw] : config.switchIntfConfig()) {
@@ -44,18 +80,7 @@ void printBridgingInputs(std::ostream& os, const Agent& agent) {
     for (const auto& [intf, portStatus] : status->vlanPortStatus()) os << " " << intf;
     os << "\n";
   }
-  const Bridging::Topology::Config& topo = *agent.brTopo();
-  for (const auto& [name, topoConfig] : topo.topoConfig()) {
-    os << "topology " << name << "\n";
-    for (const auto& [intf, port] : topoConfig->topoPortConfig()) {
-      os << "topology " << name << " port " << intf << " state " << port->portState() << "\n";
-    }
-  }
-  for (const auto& [vlan, topoConfig] : topo.vidToTopoMap()) {
-    os << "vlan-topology " << vlan << " " << topoConfig->name();
-    if (topo.topoConfig(topoConfig->name()) != topoConfig) os << "  # the topology was deleted";
-    os << "\n";
-  }
+  printTopologyInputs(os, *agent.brTopo());
   for (const auto& [fid, fdb] : agent.bridgingStatus()->fdbStatus()) {
     for (const auto& [mac, host] : fdb->learnedHost()) {
       os << "fdb " << fid << " host " << mac << " intf " << host.intf() << "\n";

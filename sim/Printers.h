@@ -20,8 +20,9 @@ class Agent;
 std::string secondsText(Mox::Seconds seconds);
 
 // The agent's inputs as the scenario lines that build them ("policy P", "vlan 10 member
-// Ethernet1", ...): running the printed lines in a fresh simulation builds the same inputs.
-// Prints "# no inputs" when there are none.
+// Ethernet1", ...): running the printed lines in a fresh simulation builds the same inputs. A
+// topology that VLANs still follow after its deletion comes back as the lines that build it, map
+// the VLANs to it and delete it again, under a comment. Prints "# no inputs" when there are none.
 void printInputs(std::ostream& os, const Agent& agent);
 
 // The hardware status tree: policies, their matches with group ids and flow, their actions with
