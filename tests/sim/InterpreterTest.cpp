@@ -24,6 +24,14 @@ const std::vector<std::string> kBase = {
     "match P M flow src 10.1.0.0/16:0 dst 239.1.1.1/32:5000",
     "action P M A src 10.9.9.9:0 dst 239.9.9.9:5000 version 1",
     "nexthop P M A Ethernet1 vlan 10 mac 01:00:5e:09:09:09",
+    // Zero MACs the platform publishes: physical next hops of a multicast flow, one of them typed
+    // by its match's destination only.
+    "nexthop P M A Ethernet2 vlan 10 mac 00:00:00:00:00:00",
+    "action P M D src 10.8.8.8 version 1",
+    "nexthop P M D Ethernet2 vlan 10 mac 00:00:00:00:00:00",
+    "match P U flow src 10.2.0.0/16:0 dst 10.2.2.2/32:80",
+    "action P U A dst 10.5.5.5:6000 version 1",
+    "nexthop P U A Ethernet1 vlan 10 mac 02:00:00:00:00:05",
     "intf Ethernet1 mode access native 10",
     "vlan 10 member Ethernet1 Ethernet2",
     "topology T port Ethernet1 state forwarding",
@@ -84,33 +92,74 @@ INSTANTIATE_TEST_SUITE_P(
                     "ip Vlan10 addr 10.0.0.2/24 routing maybe", "l3 Ethernet7 id 5000",
                     "l3 Ethernet7 id 100", "vlan-topology 10 U", "chip groups 5 6",
                     "chip fail unicast maybe", "trace SimChip/1 Foo/x", "start", "start now",
-                    "show table P extra", "advance 1.5s", "policy", "polcy P"));
+                    "show table P extra", "advance 1.5s", "policy", "polcy P",
+                    // States the platform never publishes: a zero MAC on a physical next hop
+                    // of a unicast flow, made by each line that can make one, and a complete
+                    // action back at version 0.
+                    "nexthop P U A Ethernet2 vlan 10 mac 00:00:00:00:00:00",
+                    "action P M A dst 10.9.9.9:80",
+                    "match P M flow src 10.1.0.0/16:0 dst 10.1.1.1/32:5000",
+                    "action P M A version 0", "action P M A src 10.7.7.7 version 0"));
 
-TEST_F(InterpreterTest, ShowInputsPrintsLinesThatRebuildTheSameInputs) {
+TEST_F(InterpreterTest, ZeroMacNextHopWaitsForTheVersionAfterALastPassAsUnicast) {
+  runAll(kBase);
+  // The destination turns multicast without a new version: topology updates still reprogram the
+  // action as the unicast flow of its last pass.
+  runAll({"action P U A dst 239.5.5.5:5000"});
+  EXPECT_EQ(run("nexthop P U A Ethernet2 vlan 10 mac 00:00:00:00:00:00"), Outcome::error);
+  EXPECT_THAT(err.str(), HasSubstr("the system last programmed the action as a unicast flow"));
+  runAll({"action P U A version 2", "nexthop P U A Ethernet2 vlan 10 mac 00:00:00:00:00:00"});
+
+  // An action that has not been through a pass records only a default, which does not count.
+  runAll({"action P U B dst 10.6.6.6:6000", "action P U B dst 239.6.6.6:5000",
+          "nexthop P U B Ethernet2 vlan 10 mac 00:00:00:00:00:00", "action P U B version 1"});
+  EXPECT_EQ(sim.errors(), 1u);
+}
+
+class ShowInputsTest : public testing::TestWithParam<std::vector<std::string>> {};
+
+// Builds inputs with `script`, then runs what 'show inputs' prints in a fresh simulation: it must
+// run without an error and print the same again.
+TEST_P(ShowInputsTest, PrintsLinesThatRebuildTheSameInputs) {
   std::string printed;
   {
-    std::ostringstream out2;
-    std::ostringstream err2;
-    // The fixture's interpreter is idle; a second one owns the process's hooks while it lives.
-    Sim::Interpreter first(out2, err2, /*echo=*/false);
-    for (const std::string& line : kBase) first.runLine(line, "a.scn", 1);
-    first.runLine("topology T delete", "a.scn", 2);
-    first.runLine("intf Ethernet2 mode monitorDestination native 4095", "a.scn", 3);
-    first.runLine("ip Ethernet6 addr 192.168.1.1/31", "a.scn", 4);
-    ASSERT_EQ(first.errors(), 0u) << err2.str();
+    std::ostringstream out;
+    Sim::Interpreter first(out, out, /*echo=*/false);
+    for (const std::string& line : GetParam()) first.runLine(line, "a.scn", 1);
+    ASSERT_EQ(first.errors(), 0u) << out.str();
     std::ostringstream os;
     Sim::printInputs(os, first.agent());
     printed = os.str();
   }
-  std::ostringstream out2;
-  std::ostringstream err2;
-  Sim::Interpreter second(out2, err2, /*echo=*/false);
+  std::ostringstream out;
+  Sim::Interpreter second(out, out, /*echo=*/false);
   std::istringstream in(printed);
-  EXPECT_EQ(second.runStream(in, "printed", false), Outcome::ok) << err2.str();
+  EXPECT_EQ(second.runStream(in, "printed", false), Outcome::ok) << out.str() << printed;
   std::ostringstream os;
   Sim::printInputs(os, second.agent());
   EXPECT_EQ(os.str(), printed);
 }
+
+std::vector<std::string> withBase(const std::vector<std::string>& more) {
+  std::vector<std::string> script = kBase;
+  script.insert(script.end(), more.begin(), more.end());
+  return script;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, ShowInputsTest,
+    testing::Values(
+        std::vector<std::string>{},
+        withBase({"topology T delete", "intf Ethernet2 mode monitorDestination native 4095",
+                  "ip Ethernet6 addr 192.168.1.1/31", "action P M C version 0",
+                  "nexthop P M C Vlan10 vlan 0 mac 00:00:00:00:00:00",
+                  "bridge-mac 02:1c:00:00:00:01"}),
+        // VLANs following deleted topologies, two of them named as the topology that exists.
+        std::vector<std::string>{
+            "topology T port Ethernet1 state forwarding", "vlan-topology 10 T",
+            "vlan-topology 11 T", "topology T delete", "topology T port Ethernet2 state blocking",
+            "vlan-topology 12 T", "topology T delete", "topology U", "vlan-topology 9 U",
+            "topology U delete", "topology T", "vlan-topology 13 T", "vlan-topology 14 T"}));
 
 TEST_F(InterpreterTest, BatchStopsAtTheFirstErrorUnlessToldToGoOn) {
   std::istringstream stops("policy A\nvlan 0\npolicy B\n");
@@ -213,6 +262,41 @@ TEST(InterpreterDeathTest, FailedAssertionNamesTheScenarioLine) {
   EXPECT_DEATH(dies(), HasSubstr("assertion failed: changes == 0 (" __FILE__));
   EXPECT_DEATH(dies(), HasSubstr("\n  context: scenario tour.scn:7: policy P  # the seventh line\n"
                                  "  skimtrace: "));
+}
+
+TEST(InterpreterDeathTest, FullPortSetTableIsNamedWhenTheSystemStopsOnPsId) {
+  const auto dies = [] {
+    std::ostringstream out;
+    Sim::Interpreter sim(out, out);
+    std::istringstream in(
+        "chip port-sets 1\n"
+        "intf Ethernet1 mode trunk native 10\n"
+        "intf Ethernet2 mode trunk native 10\n"
+        "vlan 10 member Ethernet1\n"
+        "vlan 20 member Ethernet2\n"
+        "topology T port Ethernet1 state forwarding\n"
+        "topology T port Ethernet2 state forwarding\n"
+        "vlan-topology 10 T\n"
+        "vlan-topology 20 T\n"
+        "l3 Vlan10 id 10\n"
+        "ip Vlan10 addr 10.0.10.1/24 routing on\n"
+        "l3 Vlan20 id 20\n"
+        "ip Vlan20 addr 10.0.20.1/24 routing on\n"
+        "policy P\n"
+        "match P m flow src 10.1.0.0/16:0 dst 239.1.1.1/32:5000\n"
+        "action P m a src 100.1.1.1 dst 239.9.1.1:5000 version 1\n"
+        "nexthop P m a Ethernet1 vlan 10 mac 02:00:00:00:00:01\n"
+        "nexthop P m a Ethernet2 vlan 20 mac 02:00:00:00:00:01\n"
+        "start\n");
+    sim.runStream(in, "full.scn", false);
+  };
+  EXPECT_DEATH(
+      dies(),
+      testing::AllOf(HasSubstr("assertion failed: psId ("),
+                     HasSubstr("\n  context: scenario full.scn:19: start\n"
+                               "  context: the chip's port-set table is full (1 of 1 in use): the "
+                               "system stops on \"psId\" when the chip has no port-set id to "
+                               "give\n")));
 }
 
 }  // namespace
