@@ -39,12 +39,20 @@ UmoNatFlowActionSm::UmoNatFlowActionSm(
       helper_(helper),
       bridgingConfig_(bridgingConfig) {
   if (actionStatus_) subscribe(*actionStatus_, &UmoNatFlowActionSm::actionStatusDispatch);
-  // Should handleInitialized throw, the base destructor removes the
-  // subscription and the members release their references.
-  handleInitialized();
+  try {
+    handleInitialized();
+  } catch (...) {
+    // What the first pass programmed is freed and the machine leaves the
+    // index and the backlog before the exception goes on.
+    unwindConstruction();
+    teardown();
+    throw;
+  }
 }
 
-UmoNatFlowActionSm::~UmoNatFlowActionSm() {
+UmoNatFlowActionSm::~UmoNatFlowActionSm() { teardown(); }
+
+void UmoNatFlowActionSm::teardown() {
   // Nothing may reach this machine once it is gone: not the index (which a
   // version-0 clean-up leaves alone) and not the update backlog.
   if (topologySm_ != nullptr) topologySm_->actionSmGone(this);
@@ -139,7 +147,15 @@ void UmoNatFlowActionSm::handleNatFlowAction(bool skipChecks) {
   // ones are recorded only after it; translations go last, against the ids
   // just recorded.
   updateSwPortSet(vps);
-  updateHwPortSet(vps);
+  try {
+    updateHwPortSet(vps);
+  } catch (...) {
+    // The helper gave up part way: record every port set the chip may still
+    // hold, so that a reset or the clean-up frees them all.
+    keepProgrammedPortSets(*vps);
+    hwActionStatus_->vlanPortSetsIs(vps);
+    throw;
+  }
   hwActionStatus_->vlanPortSetsIs(vps);
   updateHwTranslation();
 }

@@ -104,6 +104,13 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
  private:
   void actionStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                             const Pelo::Key& key);
+  // What destruction undoes after doCleanup: the index and backlog entries,
+  // then the subscription.
+  void teardown();
+  // After a port-set step that did not finish: gives `vps` every port-set id
+  // of the recorded port sets that the step had not yet carried over or
+  // deleted, so that nothing the chip holds is forgotten.
+  void keepProgrammedPortSets(Ip::Nat::NatFlowVlanPortSets& vps) const;
   std::uint32_t version() const;
 
   // How the action uses one of its match's groups: which kind of port sets

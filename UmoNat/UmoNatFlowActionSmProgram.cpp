@@ -98,6 +98,12 @@ void UmoNatFlowActionSm::updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPort
     }
     MOX_TRACE(traceHandle, 2, "PortSet intf: " << intf << ", vlan: " << vlan);
     if (ucast) {
+      // A unicast flow's physical next hop always has a MAC; one of a flow
+      // without a destination may not, and then there is no host to send to.
+      if (ft != NatFlowType::natFlowTypeUnicast && iter->mac().isZero()) {
+        MOX_TRACE(traceHandle, 2, "Invalid mac (" << iter->mac() << ") for the intf, skip intf");
+        continue;
+      }
       auto ps = vps->ucastPortSetIs(vlan);
       MOX_ASSERT(ps);
       MOX_ASSERT(iter->mac() != Nexo::EthAddr::ethAddrZero());
@@ -147,6 +153,14 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
       const std::uint32_t id = idIn(*ps, portSetId2);
       if (id == 0 || (vps && portSetsOf(*vps).contains(vlan))) continue;
       helper_->deleteNatFlowVlanPortSet(group, id);
+      // Gone from the chip: should a later call of this step fail, the
+      // recorded port set no longer claims the id.
+      auto gone = unicast ? old->ucastPortSetIs(vlan) : old->mcastPortSetIs(vlan);
+      if (portSetId2) {
+        gone->portSetId2Is(0);
+      } else {
+        gone->portSetIdIs(0);
+      }
       if (!hw->srcNat().ip().isZero()) helper_->deleteNatFlowSrcTranslation(group, id);
       if (unicast || !hw->dstNat().ip().isZero()) helper_->deleteNatFlowDstTranslation(group, id);
     }
@@ -207,6 +221,25 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
       MOX_TRACE(traceHandle, 2, "Update src translation");
       helper_->updateNatFlowSrcTranslation(group, id, vlan, hw->srcNat(), hw->srcFlow(),
                                            hw->srcLen());
+    }
+  }
+}
+
+void UmoNatFlowActionSm::keepProgrammedPortSets(Ip::Nat::NatFlowVlanPortSets& vps) const {
+  const auto old = hwActionStatus_->vlanPortSets();
+  if (!old) return;
+  for (const bool unicast : {true, false}) {
+    for (const auto& [vlan, oldPs] : unicast ? old->ucastPortSet() : old->mcastPortSet()) {
+      if (oldPs->portSetId() == 0 && oldPs->portSetId2() == 0) continue;
+      const bool had =
+          unicast ? vps.ucastPortSet().contains(vlan) : vps.mcastPortSet().contains(vlan);
+      auto ps = unicast ? vps.ucastPortSetIs(vlan) : vps.mcastPortSetIs(vlan);
+      if (!had) {
+        for (const auto& [intf, present] : oldPs->intf()) ps->intfIs(intf);
+        ps->dmacIs(oldPs->dmac());
+      }
+      if (ps->portSetId() == 0) ps->portSetIdIs(oldPs->portSetId());
+      if (ps->portSetId2() == 0) ps->portSetId2Is(oldPs->portSetId2());
     }
   }
 }

@@ -56,10 +56,18 @@ UmoNatFlowMatchSm::UmoNatFlowMatchSm(const Pelo::String& policy,
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
   if (matchStatus_) subscribe(*matchStatus_, &UmoNatFlowMatchSm::matchStatusDispatch);
-  handleInitialized();
+  try {
+    handleInitialized();
+  } catch (...) {
+    unwindConstruction();
+    teardown();
+    throw;
+  }
 }
 
-UmoNatFlowMatchSm::~UmoNatFlowMatchSm() {
+UmoNatFlowMatchSm::~UmoNatFlowMatchSm() { teardown(); }
+
+void UmoNatFlowMatchSm::teardown() {
   // A match removed on its own (its policy stays) may still wait for groups:
   // the retry must never reach it once it is gone.
   if (mcastSm_ != nullptr) mcastSm_->unprogrammedGroupDel(this);

@@ -134,6 +134,9 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
  private:
   void matchStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                            const Pelo::Key& key);
+  // What destruction undoes after doCleanup: the retry entry, the
+  // subscriptions, then the actions.
+  void teardown();
   void matchSmStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                              const Pelo::Key& key);
 

@@ -50,10 +50,20 @@ UmoNatFlowMcastSm::UmoNatFlowMcastSm(const Mox::Ptr<const Ip::Nat::Status>& stat
       ipStatus_(ipStatus),
       helper_(helper) {
   if (status_) subscribe(*status_, &UmoNatFlowMcastSm::statusDispatch);
-  handleInitialized();
+  try {
+    handleInitialized();
+  } catch (...) {
+    // The policies built so far free what they programmed, then the tree goes
+    // in the order its destruction follows, before the members are released.
+    unwindConstruction();
+    teardown();
+    throw;
+  }
 }
 
-UmoNatFlowMcastSm::~UmoNatFlowMcastSm() {
+UmoNatFlowMcastSm::~UmoNatFlowMcastSm() { teardown(); }
+
+void UmoNatFlowMcastSm::teardown() {
   if (status_) unsubscribe(*status_);
   unprogrammedGroupTaskDel();
   policySm_.delAll();

@@ -116,6 +116,8 @@ class UMONAT_EXPORT UmoNatFlowMcastSm : public Mox::Reactor {
   void statusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr, const Pelo::Key& key);
   void unprogrammedGroupTaskDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                                      const Pelo::Key& key);
+  // What destruction undoes after doCleanup: subscriptions, then the tree.
+  void teardown();
 
   Mox::Ptr<const Ip::Nat::Status> status_;
   Mox::Ptr<Ip::Nat::HwNatFlowStatus> hwStatus_;

@@ -54,6 +54,16 @@ UmoNatFlowMcastTopologySm::UmoNatFlowMcastTopologySm(
       bridgingStatus_(bridgingStatus),
       umoL3IntfTable_(umoL3IntfTable),
       ipStatus_(ipStatus) {
+  try {
+    initialize();
+  } catch (...) {
+    unwindConstruction();
+    teardown();
+    throw;
+  }
+}
+
+void UmoNatFlowMcastTopologySm::initialize() {
   if (bridgingConfig_) {
     moxBridgingConfig_ = Mox::makePtr<MoxBridgingConfig>(bridgingConfig_, this);
     moxBridgingConfig_->hasNotificationActiveIs(true);
@@ -92,7 +102,9 @@ UmoNatFlowMcastTopologySm::UmoNatFlowMcastTopologySm(
   handleInitialized();
 }
 
-UmoNatFlowMcastTopologySm::~UmoNatFlowMcastTopologySm() {
+UmoNatFlowMcastTopologySm::~UmoNatFlowMcastTopologySm() { teardown(); }
+
+void UmoNatFlowMcastTopologySm::teardown() {
   zombieIs();
   if (bridgingTopo_) unsubscribe(*bridgingTopo_);
   if (umoL3IntfTable_) unsubscribe(*umoL3IntfTable_);

@@ -197,6 +197,13 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   void handleInitialized();
 
  private:
+  // The constructor's work: the wrapper reactors and subscriptions, the scan
+  // of the inputs, then handleInitialized.
+  void initialize();
+  // What destruction undoes: subscriptions, the backlog task, the index and
+  // the reactors, in that order.
+  void teardown();
+
   // The keys one action is registered under, so that withdrawing it costs
   // only its own keys.
   struct Registrations {

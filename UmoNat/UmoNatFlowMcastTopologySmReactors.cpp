@@ -363,12 +363,13 @@ void UmoNatFlowMcastTopologySm::MoxTopoPortConfig::handleTopologyIntfDel() {
 
 bool UmoNatFlowMcastTopologySm::validVlan(std::uint16_t vlan) const {
   MOX_TRACE(traceHandle, 6, "UmoNatFlowMcastTopologySm::validVlan, vlan: " << vlan);
-  const Bridging::VlanId vlanId(vlan);
-  if (!vlanStatusDir_ || !vlanStatusDir_->vlanStatus(vlanId)) {
+  // A number outside the VLAN range can have no VLAN status.
+  if (!inVlanRange(vlan) || !vlanStatusDir_ ||
+      !vlanStatusDir_->vlanStatus(Bridging::VlanId(vlan))) {
     MOX_TRACE(traceHandle, 6, "Vlan status not found for vlan " << vlan);
     return false;
   }
-  const Pelo::String* topo = vlanToTopoMap_.find(vlanId);
+  const Pelo::String* topo = vlanToTopoMap_.find(Bridging::VlanId(vlan));
   if (topo == nullptr) {
     MOX_TRACE(traceHandle, 6, "No bridging topology for vlan " << vlan);
     return false;
@@ -434,7 +435,7 @@ std::uint16_t UmoNatFlowMcastTopologySm::validSwitchIntf(std::uint16_t vlan,
   const Bridging::SwitchportMode mode = config->switchportMode();
   const Bridging::VlanIdOrNone native = config->nativeVlan();
   MOX_TRACE(traceHandle, 6, "Switchport mode: " << mode << ", native vlan: " << native);
-  if (native.isNone()) {
+  if (native.isNone() || !inVlanRange(native.value())) {
     MOX_TRACE(traceHandle, 6, "Invalid vlan");
     return 0;
   }
@@ -443,7 +444,15 @@ std::uint16_t UmoNatFlowMcastTopologySm::validSwitchIntf(std::uint16_t vlan,
     MOX_TRACE(traceHandle, 6, "Intf in routed mode");
     return 0;
   }
-  if (mode != Bridging::SwitchportMode::access && !routed) return vlan != 0 ? vlan : native.value();
+  if (mode != Bridging::SwitchportMode::access && !routed) {
+    // A multi-VLAN port carries the VLAN it is asked for; 4095 and numbers
+    // beyond it are no VLAN.
+    if (vlan != 0 && !inVlanRange(vlan)) {
+      MOX_TRACE(traceHandle, 6, "Invalid vlan");
+      return 0;
+    }
+    return vlan != 0 ? vlan : native.value();
+  }
   if (vlan == 0 || vlan == native.value()) return native.value();
   MOX_TRACE(traceHandle, 6, "Native vlan different from configured vlan");
   return 0;
@@ -461,6 +470,13 @@ void UmoNatFlowMcastTopologySm::notifyVlanMembers(std::uint16_t vlan) {
 void UmoNatFlowMcastTopologySm::handleL3Intf(const Nexo::IntfId& intf) {
   const UmoL3Intf::L3Id* id = umoL3IntfTable_ ? umoL3IntfTable_->intfL3Index(intf) : nullptr;
   std::uint16_t vlan = 0;
+  if (id != nullptr && !inVlanRange(umoL3IntfTable_->l3IdToVlanId(*id))) {
+    // A routed port's L3 id is no VLAN: it is never mirrored, notified or
+    // taken as the recirculation VLAN. An interface that stood for a VLAN
+    // until now leaves it as if its entry had been removed.
+    MOX_TRACE(traceHandle, 3, "No vlan found for the l3 intf");
+    id = nullptr;
+  }
   if (id != nullptr) {
     vlan = umoL3IntfTable_->l3IdToVlanId(*id);
     MOX_TRACE(traceHandle, 3, "handleL3Intf, add l3 intf " << intf << " for vlan " << vlan);
@@ -476,7 +492,7 @@ void UmoNatFlowMcastTopologySm::handleL3Intf(const Nexo::IntfId& intf) {
     const std::uint16_t* mirrored = intfL3Index_.find(intf);
     if (mirrored == nullptr) return;
     vlan = *mirrored;
-    MOX_ASSERT(vlan);
+    MOX_ASSERT(vlan);  // only VLAN numbers are mirrored
     if (vlan == natFlowRecircVlan_) setNewNatFlowRecircVlan(intf);
     MOX_TRACE(traceHandle, 3, "handleL3Intf, delete l3 intf " << intf << " for vlan " << vlan);
     intfL3IndexDel(intf);
@@ -495,7 +511,7 @@ void UmoNatFlowMcastTopologySm::NestedSm_IpIntfStatus::handleIpIntfStatus() {
   const auto& table = topology_->umoL3IntfTable();
   const UmoL3Intf::L3Id* id = table ? table->intfL3Index(intf) : nullptr;
   const std::uint16_t vlan = id != nullptr ? *id : 0;
-  if (vlan == 0) {
+  if (!inVlanRange(vlan)) {
     MOX_TRACE(traceHandle, 3, "No vlan found for the l3 intf");
     return;
   }
@@ -529,7 +545,7 @@ void UmoNatFlowMcastTopologySm::NestedSm_IpIntfStatus::dispatch(
 void UmoNatFlowMcastTopologySm::setNewNatFlowRecircVlan(const Nexo::IntfId& oldIntf) {
   std::uint16_t chosen = 0;
   for (const auto& [intf, vlan] : intfL3Index_) {
-    if (intf == oldIntf || vlan == 0 || !inVlanRange(vlan)) continue;
+    if (intf == oldIntf || vlan == 0) continue;
     if (validVlan(vlan)) {
       chosen = vlan;
       break;
@@ -542,10 +558,16 @@ void UmoNatFlowMcastTopologySm::setNewNatFlowRecircVlan(const Nexo::IntfId& oldI
 
 void UmoNatFlowMcastTopologySm::initializeL3Intf() {
   if (umoL3IntfTable_) {
-    for (const auto& [intf, id] : umoL3IntfTable_->intfL3Index()) intfL3IndexIs(intf, id);
+    for (const auto& [intf, id] : umoL3IntfTable_->intfL3Index()) {
+      if (inVlanRange(id)) {
+        intfL3IndexIs(intf, id);
+      } else {
+        MOX_TRACE(traceHandle, 3, "No vlan found for the l3 intf");
+      }
+    }
   }
   for (const auto& [intf, vlan] : intfL3Index_) {
-    if (intf.empty() || vlan == 0 || !inVlanRange(vlan)) continue;
+    if (intf.empty() || vlan == 0) continue;
     if (!validVlan(vlan)) continue;
     MOX_TRACE(traceHandle, 5, "handleInitialized, set natFlowRecircVlan to " << vlan);
     natFlowRecircVlan_ = vlan;
@@ -564,7 +586,9 @@ bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthA
                                                              << ", unicast: " << unicast);
   addActionSmVlan(vlan, actionSm);
   if (unicast) {
-    MOX_ASSERT(mac != Nexo::EthAddr::ethAddrZero());
+    // Only a physical next hop of a unicast flow is sure to have a MAC: a
+    // VLAN interface's may be zero, and there is no host to send to.
+    if (mac.isZero()) return false;
     addActionSmMac(mac, actionSm);
     if (!validVlan(vlan)) return false;
     auto fdb = bridgingStatus_ ? bridgingStatus_->fdbStatus(Bridging::Fid(vlan)) : nullptr;

@@ -26,10 +26,18 @@ UmoNatFlowPolicySm::UmoNatFlowPolicySm(
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
   if (policyStatus_) subscribe(*policyStatus_, &UmoNatFlowPolicySm::policyStatusDispatch);
-  handleInitialized();
+  try {
+    handleInitialized();
+  } catch (...) {
+    unwindConstruction();
+    teardown();
+    throw;
+  }
 }
 
-UmoNatFlowPolicySm::~UmoNatFlowPolicySm() {
+UmoNatFlowPolicySm::~UmoNatFlowPolicySm() { teardown(); }
+
+void UmoNatFlowPolicySm::teardown() {
   if (policyStatus_) unsubscribe(*policyStatus_);
   matchSm_.delAll();
 }

@@ -70,6 +70,8 @@ class UMONAT_EXPORT UmoNatFlowPolicySm : public Mox::Reactor {
  private:
   void policyStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                             const Pelo::Key& key);
+  // What destruction undoes after doCleanup: the subscription, then the matches.
+  void teardown();
   const Pelo::String& policyName() const;
 
   Mox::Ptr<const Ip::Nat::NatFlowPolicyStatus> policyStatus_;

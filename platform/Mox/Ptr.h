@@ -70,6 +70,10 @@ class PtrInterface {
   // Reactors run their clean-up here before they delete themselves.
   virtual void handleZeroReferences() { delete this; }
 
+  // Marks the object for deletion without a release: for an object whose
+  // constructor fails and takes itself down (see Reactor::unwindConstruction).
+  void markedForDeletionIs() const noexcept { markedForDeletion_ = true; }
+
  private:
   alignas(std::atomic_ref<std::uint32_t>::required_alignment) mutable std::uint32_t count_ = 0;
   mutable bool markedForDeletion_ = false;

@@ -95,6 +95,15 @@ void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
 
 void Reactor::unsubscribeAll() { subscriptions_.clear(); }
 
+void Reactor::unwindConstruction() noexcept {
+  markedForDeletionIs();
+  try {
+    doCleanup();
+  } catch (...) {  // NOLINT(bugprone-empty-catch): the first failure goes on
+  }
+  zombieIs();
+}
+
 void Reactor::handleZeroReferences() {
   doCleanup();
   zombieIs();

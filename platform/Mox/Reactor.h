@@ -54,6 +54,15 @@ class Reactor : public Entity {
   // Turns this reactor and its nested reactors into zombies; idempotent.
   void zombieIs();
 
+  // Takes down a reactor whose constructor failed: marks it for deletion, runs
+  // its doCleanup() and turns it into a zombie, as its destruction would. A
+  // derived constructor calls it when its scan of the inputs throws, then
+  // undoes the rest of what its destructor would undo (registrations with
+  // other objects) and rethrows, so that nothing outside keeps a pointer to
+  // the object the exception leaves behind. A failure inside doCleanup() is
+  // dropped: the first failure is the one that goes on.
+  void unwindConstruction() noexcept;
+
   // Subscribes `dispatch` to the changes of `publisher`. The subscription is
   // active while this reactor's notifications are on. The publisher must
   // outlive the subscription or tell it when it dies (every Publisher does).

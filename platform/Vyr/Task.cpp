@@ -183,10 +183,17 @@ void TaskScheduler::run(Task& task) {
   task.runSteps_ = 0;
   task.lastRunWork_ = 0;
   ++task.runs_;
+  // Whatever a subscriber does, exceptions included, the run ends here.
+  struct RunEnd {
+    TaskScheduler& scheduler;
+    Task& task;
+    ~RunEnd() {
+      scheduler.dispatching_ = false;
+      task.running_ = false;
+    }
+  } end{*this, task};
   dispatching_ = true;
   task.publishChange(Task::Attr::run);
-  dispatching_ = false;
-  task.running_ = false;
 }
 
 Mox::Ptr<TaskScheduler> TaskSchedulerRoot::findOrCreateScheduler() {

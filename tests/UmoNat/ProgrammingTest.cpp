@@ -223,6 +223,56 @@ TEST_F(ProgrammingTest, FailingUnicastSviSkipsTheMulticastAttempt) {
   EXPECT_TRUE(portSets("a")->ucastPortSet().empty());
 }
 
+template <class View>
+std::vector<std::uint16_t> vlansOf(const View& portSets) {
+  std::vector<std::uint16_t> vlans;
+  for (const auto& [vlan, ps] : portSets) vlans.push_back(vlan);
+  return vlans;
+}
+
+// Values the platform may publish that name no usable VLAN or host: each is
+// skipped with the trace of the decision it fails, and the other next hops of
+// the action are programmed as usual.
+TEST_F(ProgrammingTest, UnusableNextHopValuesAreSkippedAndTheRestProgrammed) {
+  matchIs("P", "M", "0.0.0.0");
+  auto mc = action("mc", "239.9.9.9");
+  nextHop(mc, "Ethernet1", 4095, kHostA);  // a trunk port: 4095 is no VLAN
+  nextHop(mc, "Ethernet4", 20, kHostA);
+  bump(mc);
+  auto uc = action("uc", "10.5.5.5");
+  nextHop(uc, "Vlan10", 0, Nexo::EthAddr());  // a VLAN interface without a MAC
+  nextHop(uc, "Ethernet4", 20, kHostB);
+  bump(uc);
+  auto none = action("none", "0.0.0.0");
+  nextHop(none, "Ethernet1", 10, Nexo::EthAddr());  // no destination: no MAC promised
+  nextHop(none, "Vlan20", 0, Nexo::EthAddr());
+  nextHop(none, "Ethernet4", 20, kHostB);
+  bump(none);
+  Mox::TraceCapture trace("UmoNatFlowActionSm/2 UmoNatFlowMcastTopologySm/6");
+  start();
+  EXPECT_TRUE(trace.contains("Invalid vlan or port state"));
+  EXPECT_TRUE(trace.contains("Invalid or empty vlan"));
+  EXPECT_TRUE(trace.contains("Invalid mac (00:00:00:00:00:00) for the intf, skip intf"));
+  EXPECT_THAT(vlansOf(portSets("mc")->mcastPortSet()), ElementsAre(20));
+  EXPECT_THAT(vlansOf(portSets("uc")->ucastPortSet()), ElementsAre(20));
+  EXPECT_THAT(vlansOf(portSets("none")->ucastPortSet()), ElementsAre(20));
+  EXPECT_THAT(vlansOf(portSets("none")->mcastPortSet()), ElementsAre(20));
+  EXPECT_THAT(portSets("none")->ucastPortSet(20)->intf().keys(), ElementsAre(intf("Ethernet4")));
+  root.reset();
+  EXPECT_TRUE(helper->portSets().empty());
+}
+
+using ProgrammingDeathTest = ProgrammingTest;
+
+// The platform never publishes a physical next hop without a MAC for a
+// unicast flow.
+TEST_F(ProgrammingDeathTest, UnicastPhysicalNextHopWithoutMacStops) {
+  auto a = action("a", "10.5.5.5");
+  nextHop(a, "Ethernet1", 10, Nexo::EthAddr());
+  bump(a);
+  EXPECT_DEATH(start(), "iter->mac\\(\\) != Nexo::EthAddr::ethAddrZero\\(\\)");
+}
+
 TEST_F(ProgrammingTest, TeardownLeavesNothingProgrammed) {
   matchIs("P", "M", "0.0.0.0");
   auto a = action("a", "239.9.9.9", "1.1.1.1");

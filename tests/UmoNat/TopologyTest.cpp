@@ -155,6 +155,9 @@ INSTANTIATE_TEST_SUITE_P(
                     SwitchIntfCase{"RoutedRejected", Mode::routed, 10, 0, true, 0},
                     SwitchIntfCase{"RoutedAsAccess", Mode::routed, 10, 10, false, 10},
                     SwitchIntfCase{"NativeNone", Mode::trunk, 4095, 20, true, 0},
+                    SwitchIntfCase{"TrunkReservedVlan", Mode::trunk, 10, 4095, true, 0},
+                    SwitchIntfCase{"TrunkBeyondVlans", Mode::trunk, 10, 5000, false, 0},
+                    SwitchIntfCase{"NativeBeyondVlans", Mode::access, 5000, 0, false, 0},
                     SwitchIntfCase{"NativeZero", Mode::access, 0, 0, false, 0}),
     [](const testing::TestParamInfo<SwitchIntfCase>& info) { return info.param.name; });
 
@@ -353,9 +356,54 @@ TEST_F(TopologyDeathTest, ValidPortOnAVlanThatValidVlanRefusedIsFatal) {
   EXPECT_DEATH(topo()->validPort(10, intf("Ethernet1")), "ttc");
 }
 
-TEST_F(TopologyDeathTest, VlanOutOfRangeRaisesTheRangeError) {
+TEST_F(TopologyTest, NumbersOutsideTheVlanRangeAreNoValidVlan) {
+  vlanIs(10, {"Ethernet1"});
   start();
-  EXPECT_THROW(topo()->validVlan(4095), Bridging::VlanIdRangeError);
+  Mox::TraceCapture trace("UmoNatFlowMcastTopologySm/6");
+  for (std::uint16_t v : {0, 4095, 5000, 65535}) {
+    EXPECT_FALSE(topo()->validVlan(v)) << v;
+    EXPECT_TRUE(trace.contains("Vlan status not found for vlan " + std::to_string(v)));
+  }
+}
+
+// L3 ids of routed ports (above 4094) are no VLANs: never mirrored, never
+// notified as VLANs, never the recirculation VLAN, whether present at start,
+// added, changed or removed later.
+TEST_F(TopologyTest, RoutedPortL3IdsAreNeverTakenForVlans) {
+  auto routed = [&](const char* name, std::uint16_t id) {
+    portIs(name, PortState::forwarding, Mode::routed);
+    l3IntfTable->intfL3IndexIs(intf(name), id);
+    l3IntfTable->routedPortNameIs(id, intf(name));
+    auto ip = ipStatus->ipIntfStatusIs(intf(name));
+    ip->routingIs(true);
+    ip->addrWithMaskIs(Nexo::IpAddrWithMask("10.9.9.1/24"));
+  };
+  routed("Ethernet5", 5000);
+  Mox::TraceCapture trace("UmoNatFlowMcastTopologySm/3,5");
+  start();
+  EXPECT_TRUE(trace.contains("No vlan found for the l3 intf"));
+  routed("Ethernet6", 5001);
+  routed("Ethernet7", 4095);
+  for (const char* name : {"Ethernet5", "Ethernet6", "Ethernet7"}) {
+    EXPECT_FALSE(topo()->intfL3Index().contains(intf(name))) << name;
+  }
+  EXPECT_EQ(topo()->natFlowRecircVlan(), 0);
+  // An SVI-like entry whose id moves out of the range leaves its VLAN.
+  vlanIs(10, {"Ethernet1"});
+  EXPECT_EQ(topo()->natFlowRecircVlan(), 10);
+  trace.clear();
+  l3IntfTable->intfL3IndexIs(intf("Vlan10"), 5010);
+  EXPECT_FALSE(topo()->intfL3Index().contains(intf("Vlan10")));
+  EXPECT_TRUE(trace.contains("handleL3Intf, delete l3 intf Vlan10 for vlan 10"));
+  for (const char* name : {"Ethernet5", "Ethernet6", "Ethernet7", "Vlan10"}) {
+    l3IntfTable->intfL3IndexDel(intf(name));
+  }
+  EXPECT_EQ(topo()->natFlowRecircVlan(), 0);
+  for (const auto& t : trace.texts()) {
+    EXPECT_EQ(t.find("vlan: 50"), std::string::npos) << t;
+    EXPECT_EQ(t.find("to 50"), std::string::npos) << t;
+    EXPECT_EQ(t.find("for vlan 50"), std::string::npos) << t;
+  }
 }
 
 }  // namespace

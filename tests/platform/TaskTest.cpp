@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -229,6 +230,22 @@ TEST(TaskSchedulerRootTest, FindReturnsTheInstalledSchedulerUntilReplaced) {
   EXPECT_NE(created, nullptr);
   EXPECT_NE(created, fresh);
   Vyr::TaskSchedulerRoot::schedulerIs(nullptr);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(TaskTest, ARunThatThrowsEndsAndTheSchedulerRunsOn) {
+  auto failing = task("failing", 4, [] { throw std::runtime_error("handler failure"); });
+  auto next = task("next");
+  failing->scheduleTaskDelay(1);
+  next->scheduleTaskDelay(2);
+  EXPECT_THROW(scheduler->advance(5), std::runtime_error);
+  EXPECT_FALSE(failing->taskCurrentlyRunning());
+  // The clock stopped at the failed run; what was due later still runs.
+  EXPECT_EQ(scheduler->advance(5), 1u);
+  EXPECT_EQ(log->str(), "failing@1 next@2 ");
 }
 
 }  // namespace
