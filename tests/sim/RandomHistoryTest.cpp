@@ -46,9 +46,9 @@ using Ip::Nat::NatFlowType;
 constexpr unsigned kBlocks = 16;
 constexpr unsigned kHistories = 30;
 constexpr int kLines = 400;
-// Held back until the system reprograms a port set whose destination MAC address alone changed
-// (a next hop's MAC, or the bridge MAC of a recirculation port set): the chip's port sets are
-// compared without their MAC address.
+// A port set whose destination MAC address alone changed (a next hop's MAC, or the bridge MAC of
+// a recirculation port set) is not reprogrammed, on purpose: only its destination translation
+// carries the new MAC. So the chip's port sets are compared without their MAC address.
 constexpr bool kPortSetMacChecked = false;
 // The tasks are let run out, and the chip checked, every kSettleEvery lines.
 constexpr int kSettleEvery = 25;

@@ -17,9 +17,11 @@ constexpr const char* kPolicies[] = {"P", "Q"};
 constexpr const char* kMatches[] = {"m1", "m2", "m3"};
 constexpr const char* kActions[] = {"a1", "a2", "a3"};
 constexpr const char* kTopologies[] = {"T", "U"};
-// Values held back until the system copes with them: a port-set table that fills up (an action
-// whose port set comes back as 0 still gets translations programmed on it), and a translation
-// table that fills up (what failed is not programmed again once room comes back).
+// Capacities left out on purpose. A full port-set table hands out port-set id 0, on which the
+// system stops ("psId"): a stop by design, not a publishable input. A full translation table
+// refuses translations, and the system does not observe the helper's translation results, so what
+// failed stays recorded as programmed and is not tried again: the chip could never be compared
+// with the hardware status afterwards.
 constexpr bool kFullPortSetTable = false;
 constexpr bool kFullTranslationTable = false;
 
