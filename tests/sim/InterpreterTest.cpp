@@ -269,32 +269,25 @@ TEST(InterpreterDeathTest, FullPortSetTableIsNamedWhenTheSystemStopsOnPsId) {
     std::ostringstream out;
     Sim::Interpreter sim(out, out);
     std::istringstream in(
-        "chip port-sets 1\n"
+        "chip port-sets 0\n"
         "intf Ethernet1 mode trunk native 10\n"
-        "intf Ethernet2 mode trunk native 10\n"
         "vlan 10 member Ethernet1\n"
-        "vlan 20 member Ethernet2\n"
         "topology T port Ethernet1 state forwarding\n"
-        "topology T port Ethernet2 state forwarding\n"
         "vlan-topology 10 T\n"
-        "vlan-topology 20 T\n"
         "l3 Vlan10 id 10\n"
         "ip Vlan10 addr 10.0.10.1/24 routing on\n"
-        "l3 Vlan20 id 20\n"
-        "ip Vlan20 addr 10.0.20.1/24 routing on\n"
         "policy P\n"
         "match P m flow src 10.1.0.0/16:0 dst 239.1.1.1/32:5000\n"
-        "action P m a src 100.1.1.1 dst 239.9.1.1:5000 version 1\n"
+        "action P m a dst 239.9.1.1:5000 version 1\n"
         "nexthop P m a Ethernet1 vlan 10 mac 02:00:00:00:00:01\n"
-        "nexthop P m a Ethernet2 vlan 20 mac 02:00:00:00:00:01\n"
         "start\n");
     sim.runStream(in, "full.scn", false);
   };
   EXPECT_DEATH(
       dies(),
       testing::AllOf(HasSubstr("assertion failed: psId ("),
-                     HasSubstr("\n  context: scenario full.scn:19: start\n"
-                               "  context: the chip's port-set table is full (1 of 1 in use): the "
+                     HasSubstr("\n  context: scenario full.scn:12: start\n"
+                               "  context: the chip's port-set table is full (0 of 0 in use): the "
                                "system stops on \"psId\" when the chip has no port-set id to "
                                "give\n")));
 }
