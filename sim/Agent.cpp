@@ -121,11 +121,12 @@ std::optional<Ip::Nat::NatFlowType> Agent::programmedFlowType(const std::string&
   const auto matchSm = policySm ? policySm->matchSm().find(match) : nullptr;
   const auto actionSm = matchSm ? matchSm->actionSm().find(action) : nullptr;
   if (!actionSm || !actionSm->hwActionStatus()) return std::nullopt;
-  // The index has no query by action, so every entry is searched; it is small in a simulation.
-  const UmoNatFlowMcastTopologySm& topology = *root_->topologySm();
+  // The index answers by key only, so every entry is searched.
+  const UmoNatFlowMcastTopologySm* topology = root_->topologySm();
   const UmoNatFlowActionSm* sm = actionSm.get();
-  if (!topology.actionRecirc().contains(sm) && !indexHolds(topology.actionIntf(), sm) &&
-      !indexHolds(topology.actionVlan(), sm) && !indexHolds(topology.actionMac(), sm)) {
+  if (topology == nullptr ||
+      (!topology->actionRecirc().contains(sm) && !indexHolds(topology->actionIntf(), sm) &&
+       !indexHolds(topology->actionVlan(), sm) && !indexHolds(topology->actionMac(), sm))) {
     return std::nullopt;
   }
   return actionSm->hwActionStatus()->flowType();
