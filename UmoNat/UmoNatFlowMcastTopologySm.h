@@ -155,6 +155,11 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
     return actionMac_;
   }
   const Mox::PtrSet<UmoNatFlowActionSm>& actionRecirc() const { return actionRecirc_; }
+  // Whether `actionSm` is registered under any key: only then can a change
+  // notification queue it for a pass with the flow type it last recorded.
+  bool actionSmIndexed(const UmoNatFlowActionSm* actionSm) const {
+    return registrations_.contains(actionSm) || actionRecirc_.contains(actionSm);
+  }
   void addActionSmIntf(const Nexo::IntfId& intf, UmoNatFlowActionSm* actionSm);
   void addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm);
   void addActionSmMac(const Nexo::EthAddr& mac, UmoNatFlowActionSm* actionSm);

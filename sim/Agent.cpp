@@ -69,15 +69,6 @@ class TraceSinkRestorer {
   Mox::TraceSink previous_;
 };
 
-// Whether any entry of one part of the topology tracker's action index holds `actionSm`.
-template <class Index>
-bool indexHolds(const Index& index, const UmoNatFlowActionSm* actionSm) {
-  for (const auto& key : index.keys()) {
-    if ((*index.find(key))->actionSm().contains(actionSm)) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 Agent::Agent()
@@ -121,14 +112,8 @@ std::optional<Ip::Nat::NatFlowType> Agent::programmedFlowType(const std::string&
   const auto matchSm = policySm ? policySm->matchSm().find(match) : nullptr;
   const auto actionSm = matchSm ? matchSm->actionSm().find(action) : nullptr;
   if (!actionSm || !actionSm->hwActionStatus()) return std::nullopt;
-  // The index answers by key only, so every entry is searched.
   const UmoNatFlowMcastTopologySm* topology = root_->topologySm();
-  const UmoNatFlowActionSm* sm = actionSm.get();
-  if (topology == nullptr ||
-      (!topology->actionRecirc().contains(sm) && !indexHolds(topology->actionIntf(), sm) &&
-       !indexHolds(topology->actionVlan(), sm) && !indexHolds(topology->actionMac(), sm))) {
-    return std::nullopt;
-  }
+  if (topology == nullptr || !topology->actionSmIndexed(actionSm.get())) return std::nullopt;
   return actionSm->hwActionStatus()->flowType();
 }
 
