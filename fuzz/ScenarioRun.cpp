@@ -42,6 +42,13 @@ Sim::Interpreter::Outcome ScenarioRun::runLine(std::string_view line) {
 void ScenarioRun::finish() {
   err_.str("");
   if (!interpreter_.finish()) systemFailed(err_.str());
+  // After the teardown the chip holds nothing, except the group a pair keeps when the chip
+  // refused its other half.
+  const Sim::Chip& chip = interpreter_.agent().chip();
+  if (chip.empty() || chip.counter(Sim::Chip::Op::createNatFlowGroup).failed != 0) return;
+  std::ostringstream leftovers;
+  chip.printLeftovers(leftovers);
+  systemFailed("after the teardown " + leftovers.str());
 }
 
 void runScenario(std::string_view text) {

@@ -19,8 +19,10 @@ inline constexpr std::size_t kMaxScenarioLines = 512;
 // One simulation driven by a fuzz target, a line at a time, whose output and error reports are
 // discarded. Bad lines are the input's fault and pass. The process aborts, after writing the line
 // and why to stderr, when the system itself fails: an exception escapes it while a checked line
-// runs, or (at the end) the chip refused calls as violations of the hardware helper's contract.
-// The system's own assertions abort the process as well.
+// runs, or, at the end, the chip refused calls as violations of the hardware helper's contract or
+// still holds anything after the system's teardown (unless a group request failed: a pair keeps
+// the group it got when the chip refuses its other half). The system's own assertions abort the
+// process as well.
 //
 // Lines setting `chip port-sets` are skipped: the system treats a port-set request the chip
 // refuses for lack of room as a broken invariant, so a full port-set table is an abort by design
