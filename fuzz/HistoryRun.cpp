@@ -4,14 +4,14 @@
 
 #include <vector>
 
-#include "HistoryGenerator.h"
+#include "sim/HistoryGenerator.h"
 
 namespace Fuzz {
 
 void runHistory(const std::uint8_t* data, std::size_t size, ScenarioRun& run,
                 const std::function<void(const std::string&)>& before) {
   FuzzedDataProvider bytes(data, size);
-  UmoNatTest::HistoryGenerator generator([&bytes](std::uint32_t bound) {
+  Sim::HistoryGenerator generator([&bytes](std::uint32_t bound) {
     return bound == 0 ? 0 : bytes.ConsumeIntegralInRange<std::uint32_t>(0, bound - 1);
   });
   std::vector<std::string> setup;

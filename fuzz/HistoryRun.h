@@ -10,7 +10,7 @@
 namespace Fuzz {
 
 // Runs, in `run`, the history of scenario lines that `data` chooses through the history generator
-// (tests/support/HistoryGenerator.h), which writes only lines the platform could publish. The first
+// (sim/HistoryGenerator.h), which writes only lines the platform could publish. The first
 // choice says whether the history starts from the generator's small switch, started, or from
 // nothing; then each choice the generator makes takes bytes of `data` until they run out or
 // kMaxScenarioLines lines have run. A line the interpreter refuses is taken back from the

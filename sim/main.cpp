@@ -5,16 +5,21 @@
 #include <readline/readline.h>
 
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <random>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "sim/DefaultScenario.h"
+#include "sim/HistoryGenerator.h"
 #include "sim/Interpreter.h"
 #include "sim/LineParser.h"
 
@@ -27,6 +32,7 @@ constexpr int kExitUsage = 2;
 void printUsage(std::ostream& os) {
   os << "usage: umonat-sim [--keep-going] [FILE...]\n"
         "       umonat-sim -i | --interactive\n"
+        "       umonat-sim --generate SEED [--lines N]\n"
         "       umonat-sim -h | --help\n"
         "\n"
         "Runs the multicast NAT flow system against a simulated switch and chip, driven by\n"
@@ -37,6 +43,10 @@ void printUsage(std::ostream& os) {
         "                     stops at the first error and exits with status 1.\n"
         "  --keep-going, -k   report every bad line and go on; still exit with status 1\n"
         "  --interactive, -i  read commands at a prompt, with line editing and history\n"
+        "  --generate SEED    print a random scenario that the platform could publish: a small\n"
+        "                     switch, two policies, then N (default 200) random changes of every\n"
+        "                     input, the clock and the chip; the same SEED prints the same lines\n"
+        "  --lines N          the number of random changes for --generate\n"
         "  --help, -h         print this text\n"
         "\n"
         "Exit status: 0 when every line ran and the chip saw no misuse, 1 otherwise, 2 for a bad\n"
@@ -87,6 +97,44 @@ int runFiles(const std::vector<std::string>& files, bool keepGoing) {
   return status;
 }
 
+// Prints a random history: the generator's lines, each run in a simulation first so that the
+// history holds only lines that run (the simulation refuses the rare state the generator does not
+// foresee, and that line is drawn again).
+int generate(std::uint32_t seed, unsigned lines) {
+  std::mt19937 rng(seed);
+  Sim::HistoryGenerator generator([&rng](std::uint32_t bound) {
+    return bound == 0 ? 0 : static_cast<std::uint32_t>(rng() % bound);
+  });
+  std::ostringstream discarded;
+  Sim::Interpreter interpreter(discarded, discarded, /*echo=*/false);
+  std::cout << "# A random history the platform could publish: umonat-sim --generate " << seed
+            << " --lines " << lines << "\n";
+  std::size_t number = 0;
+  for (const std::string& line : generator.setup()) {
+    interpreter.runLine(line, "generated", ++number);
+    std::cout << line << "\n";
+  }
+  for (unsigned written = 0; written < lines;) {
+    const std::string line = generator.next();
+    if (interpreter.runLine(line, "generated", ++number) == Sim::Interpreter::Outcome::error) {
+      generator.refused();
+      continue;
+    }
+    std::cout << line << "\n";
+    ++written;
+  }
+  interpreter.finish();
+  std::cout.flush();
+  return kExitOk;
+}
+
+std::optional<std::uint32_t> number(std::string_view text) {
+  std::uint32_t value = 0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
 int runInteractive() {
   std::cout << "umonat-sim: 'help' lists the commands; 'quit' or Ctrl-D leaves.\n";
   rl_readline_name = "umonat-sim";
@@ -110,6 +158,8 @@ int runInteractive() {
 int main(int argc, char** argv) {
   bool interactive = false;
   bool keepGoing = false;
+  std::optional<std::uint32_t> seed;
+  std::uint32_t lines = 200;
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
@@ -117,7 +167,19 @@ int main(int argc, char** argv) {
       printUsage(std::cout);
       return kExitOk;
     }
-    if (arg == "-i" || arg == "--interactive") {
+    if (arg == "--generate" || arg == "--lines") {
+      const std::optional<std::uint32_t> value = i + 1 < argc ? number(argv[i + 1]) : std::nullopt;
+      if (!value) {
+        std::cerr << "umonat-sim: " << arg << " takes a number; try umonat-sim --help\n";
+        return kExitUsage;
+      }
+      ++i;
+      if (arg == "--generate") {
+        seed = value;
+      } else {
+        lines = *value;
+      }
+    } else if (arg == "-i" || arg == "--interactive") {
       interactive = true;
     } else if (arg == "-k" || arg == "--keep-going") {
       keepGoing = true;
@@ -131,6 +193,13 @@ int main(int argc, char** argv) {
   if (interactive && !files.empty()) {
     std::cerr << "umonat-sim: --interactive takes no files\n";
     return kExitUsage;
+  }
+  if (seed) {
+    if (interactive || !files.empty()) {
+      std::cerr << "umonat-sim: --generate runs nothing else\n";
+      return kExitUsage;
+    }
+    return generate(*seed, lines);
   }
   return interactive ? runInteractive() : runFiles(files, keepGoing);
 }

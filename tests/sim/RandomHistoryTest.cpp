@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "HistoryGenerator.h"
+#include "sim/HistoryGenerator.h"
 #include "sim/Interpreter.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -363,7 +363,7 @@ class History {
   unsigned seed_;
   std::string file_;
   std::mt19937 rng_;
-  UmoNatTest::HistoryGenerator generator_;
+  Sim::HistoryGenerator generator_;
   Figures& figures_;
   std::vector<std::string> lines_;
   std::ostringstream out_;

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace UmoNatTest {
+namespace Sim {
 
 // Writes random scenario lines (docs/scenario-language.md) that the platform could publish, over a
 // small fixed universe of names (ports Ethernet1..5, VLANs 10, 20, 30, VLAN interfaces including
@@ -95,4 +95,4 @@ class HistoryGenerator {
   std::uint32_t version_ = 0;
 };
 
-}  // namespace UmoNatTest
+}  // namespace Sim

@@ -1,9 +1,9 @@
-#include "HistoryGenerator.h"
+#include "sim/HistoryGenerator.h"
 
 #include <iterator>
 #include <utility>
 
-namespace UmoNatTest {
+namespace Sim {
 
 namespace {
 
@@ -457,4 +457,4 @@ std::optional<std::string> HistoryGenerator::show() {
   return std::string("show ") + oneOf({"hw", "chip", "inputs", "tasks", "counters", "leftovers"});
 }
 
-}  // namespace UmoNatTest
+}  // namespace Sim
