@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <ostream>
 #include <sstream>
 #include <vector>
@@ -114,7 +115,11 @@ void printPortSets(std::ostream& os, const char* kind,
 }  // namespace
 
 std::string secondsText(Mox::Seconds seconds) {
-  const auto nanos = static_cast<std::uint64_t>(std::llround(seconds * 1e9));
+  // The clock ends at the largest 64-bit count of nanoseconds; llround has no result beyond it.
+  const double ns = seconds * 1e9;
+  const auto nanos = ns >= 9.2233720368547758e18
+                         ? static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())
+                         : static_cast<std::uint64_t>(std::llround(ns));
   std::string text = std::to_string(nanos / 1000000000ULL);
   std::uint64_t fraction = nanos % 1000000000ULL;
   if (fraction == 0) return text;
