@@ -39,15 +39,9 @@ UmoNatFlowActionSm::UmoNatFlowActionSm(
       helper_(helper),
       bridgingConfig_(bridgingConfig) {
   if (actionStatus_) subscribe(*actionStatus_, &UmoNatFlowActionSm::actionStatusDispatch);
-  try {
-    handleInitialized();
-  } catch (...) {
-    // What the first pass programmed is freed and the machine leaves the
-    // index and the backlog before the exception goes on.
-    unwindConstruction();
-    teardown();
-    throw;
-  }
+  // What the first pass programmed is freed and the machine leaves the
+  // index and the backlog before the exception goes on.
+  initializeOrUnwind(this, &UmoNatFlowActionSm::handleInitialized, &UmoNatFlowActionSm::teardown);
 }
 
 UmoNatFlowActionSm::~UmoNatFlowActionSm() { teardown(); }

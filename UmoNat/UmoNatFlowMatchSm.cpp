@@ -56,13 +56,7 @@ UmoNatFlowMatchSm::UmoNatFlowMatchSm(const Pelo::String& policy,
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
   if (matchStatus_) subscribe(*matchStatus_, &UmoNatFlowMatchSm::matchStatusDispatch);
-  try {
-    handleInitialized();
-  } catch (...) {
-    unwindConstruction();
-    teardown();
-    throw;
-  }
+  initializeOrUnwind(this, &UmoNatFlowMatchSm::handleInitialized, &UmoNatFlowMatchSm::teardown);
 }
 
 UmoNatFlowMatchSm::~UmoNatFlowMatchSm() { teardown(); }

@@ -50,15 +50,9 @@ UmoNatFlowMcastSm::UmoNatFlowMcastSm(const Mox::Ptr<const Ip::Nat::Status>& stat
       ipStatus_(ipStatus),
       helper_(helper) {
   if (status_) subscribe(*status_, &UmoNatFlowMcastSm::statusDispatch);
-  try {
-    handleInitialized();
-  } catch (...) {
-    // The policies built so far free what they programmed, then the tree goes
-    // in the order its destruction follows, before the members are released.
-    unwindConstruction();
-    teardown();
-    throw;
-  }
+  // The policies built so far free what they programmed, then the tree goes
+  // in the order its destruction follows, before the members are released.
+  initializeOrUnwind(this, &UmoNatFlowMcastSm::handleInitialized, &UmoNatFlowMcastSm::teardown);
 }
 
 UmoNatFlowMcastSm::~UmoNatFlowMcastSm() { teardown(); }

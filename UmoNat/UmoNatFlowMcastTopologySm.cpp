@@ -54,13 +54,8 @@ UmoNatFlowMcastTopologySm::UmoNatFlowMcastTopologySm(
       bridgingStatus_(bridgingStatus),
       umoL3IntfTable_(umoL3IntfTable),
       ipStatus_(ipStatus) {
-  try {
-    initialize();
-  } catch (...) {
-    unwindConstruction();
-    teardown();
-    throw;
-  }
+  initializeOrUnwind(this, &UmoNatFlowMcastTopologySm::initialize,
+                     &UmoNatFlowMcastTopologySm::teardown);
 }
 
 void UmoNatFlowMcastTopologySm::initialize() {

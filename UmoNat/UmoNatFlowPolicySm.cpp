@@ -26,13 +26,7 @@ UmoNatFlowPolicySm::UmoNatFlowPolicySm(
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
   if (policyStatus_) subscribe(*policyStatus_, &UmoNatFlowPolicySm::policyStatusDispatch);
-  try {
-    handleInitialized();
-  } catch (...) {
-    unwindConstruction();
-    teardown();
-    throw;
-  }
+  initializeOrUnwind(this, &UmoNatFlowPolicySm::handleInitialized, &UmoNatFlowPolicySm::teardown);
 }
 
 UmoNatFlowPolicySm::~UmoNatFlowPolicySm() { teardown(); }

@@ -62,6 +62,19 @@ class Reactor : public Entity {
   // the object the exception leaves behind. A failure inside doCleanup() is
   // dropped: the first failure is the one that goes on.
   void unwindConstruction() noexcept;
+  // The last step of a constructor: runs `initialize` (the scan of the inputs); should it throw,
+  // unwinds the construction, runs `teardown` (what the destructor undoes besides doCleanup)
+  // and lets the exception go on.
+  template <class Self>
+  void initializeOrUnwind(Self* self, void (Self::*initialize)(), void (Self::*teardown)()) {
+    try {
+      (self->*initialize)();
+    } catch (...) {
+      unwindConstruction();
+      (self->*teardown)();
+      throw;
+    }
+  }
 
   // Subscribes `dispatch` to the changes of `publisher`. The subscription is
   // active while this reactor's notifications are on. The publisher must
