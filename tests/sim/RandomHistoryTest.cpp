@@ -44,7 +44,7 @@ using Ip::Nat::NatFlowType;
 
 // Each test runs kHistories histories of kLines random lines, seeded kHistories * block + i.
 constexpr unsigned kBlocks = 16;
-constexpr unsigned kHistories = 30;
+constexpr unsigned kHistories = 125;
 constexpr int kLines = 400;
 // A port set whose destination MAC address alone changed (a next hop's MAC, or the bridge MAC of
 // a recirculation port set) is not reprogrammed, on purpose: only its destination translation
