@@ -82,6 +82,8 @@ Agent::Agent()
       l3IntfTable_(Mox::makePtr<UmoL3Intf::Table>()),
       ipStatus_(Mox::makePtr<Ip::Status>()),
       chip_(Mox::makePtr<Chip>()) {
+  // The chip learns the flows of the matches it holds groups for from the NAT status.
+  chip_->natStatusIs(natStatus_);
   Vyr::TaskSchedulerRoot::schedulerIs(scheduler_);
 }
 

@@ -1,7 +1,9 @@
 #include "sim/Chip.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ostream>
+#include <tuple>
 
 #include "Mox/Trace.h"
 
@@ -40,6 +42,53 @@ std::uint32_t lowestFree(const Ids& used) {
     ++id;
   }
   return id;
+}
+
+// True when the first `len` bits of `addr` and `prefix` agree (the bits of `prefix` beyond `len`
+// do not count).
+bool inPrefix(Nexo::IpAddr addr, Nexo::IpAddr prefix, std::uint32_t len) {
+  if (len == 0) return true;
+  const std::uint32_t mask = len >= 32 ? 0xffffffffU : ~(0xffffffffU >> len);
+  return (addr.value() & mask) == (prefix.value() & mask);
+}
+
+// Port 0 in a flow matches any port.
+bool portMatches(std::uint16_t flowPort, std::uint16_t port) {
+  return flowPort == 0 || flowPort == port;
+}
+
+bool flowMatches(const Ip::Nat::NatFlow& flow, const Packet& packet) {
+  return inPrefix(packet.src.ip(), flow.srcAddr(), flow.srcPrefixLen()) &&
+         portMatches(flow.srcPort(), packet.src.port()) &&
+         inPrefix(packet.dst.ip(), flow.dstAddr(), flow.dstPrefixLen()) &&
+         portMatches(flow.dstPort(), packet.dst.port());
+}
+
+// How specific a flow is; of several flows that match a packet, the greatest takes it: the longer
+// destination prefix, then the longer source prefix, then a given destination port, then a given
+// source port.
+auto specificity(const Ip::Nat::NatFlow& flow) {
+  return std::tuple(flow.dstPrefixLen(), flow.srcPrefixLen(), flow.dstPort() != 0,
+                    flow.srcPort() != 0);
+}
+
+// `endpoint` rewritten by a translation to `nat`: the address 0.0.0.0 rewrites nothing, the port
+// 0 keeps the packet's port.
+Nexo::IpAndPort translated(const Nexo::IpAndPort& endpoint, const Nexo::IpAndPort& nat) {
+  if (nat.ip().isZero()) return endpoint;
+  return Nexo::IpAndPort(nat.ip(), nat.port() == 0 ? endpoint.port() : nat.port());
+}
+
+// The MAC address the system gives every multicast port set: the IPv4 multicast prefix, which the
+// chip completes from each copy's destination group.
+constexpr Nexo::EthAddr kMulticastMacPrefix(0x01, 0x00, 0x5e, 0x00, 0x00, 0x00);
+
+// The destination MAC of a copy to `dst`: the multicast prefix completed with the low 23 bits of
+// a multicast destination, which is the address its receivers listen on; any other MAC as it is.
+Nexo::EthAddr copyMac(const Nexo::EthAddr& mac, const Nexo::IpAndPort& dst) {
+  if (mac != kMulticastMacPrefix || !dst.ip().isMulticast()) return mac;
+  const std::uint32_t ip = dst.ip().value();
+  return Nexo::EthAddr(0x01, 0x00, 0x5e, (ip >> 16) & 0x7f, (ip >> 8) & 0xff, ip & 0xff);
 }
 
 }  // namespace
@@ -148,7 +197,7 @@ std::uint32_t Chip::createNatFlowGroup(const Pelo::String& policy, const Pelo::S
   used.reserve(groups_.size());
   for (const auto& [id, group] : groups_) used.push_back(id);
   const std::uint32_t id = lowestFree(used);
-  groups_.emplace(id, Group{policy, match, unicast});
+  groups_.emplace(id, Group{policy, match, unicast, calls_.size() + 1});
   freedGroups_.erase(id);
   log(Op::createNatFlowGroup, text, std::to_string(id), "", "");
   return id;
@@ -304,6 +353,134 @@ void Chip::deleteNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t port
     text += "  (no destination translation to remove)";
   }
   log(Op::deleteNatFlowDstTranslation, text, "", "", violation);
+}
+
+Forwarding Chip::forward(const Packet& packet) const {
+  Forwarding forwarding;
+  forwarding.passes.push_back(forwardOnce(packet));
+  // The copies sent into the recirculation interface come back in as packets of their own.
+  const std::vector<Copy> first = forwarding.passes.front().copies;
+  for (const Copy& copy : first) {
+    if (!copy.recirculated()) continue;
+    forwarding.passes.push_back(forwardOnce(Packet{Nexo::IntfId(), copy.vlan, copy.src, copy.dst}));
+  }
+  return forwarding;
+}
+
+Pass Chip::forwardOnce(const Packet& packet) const {
+  Pass pass;
+  pass.packet = packet;
+  // The match that takes the packet is the most specific one that holds a group; a more
+  // specific match without a group has no entry in the chip and is named only when no match
+  // takes the packet.
+  const Ip::Nat::NatFlowMatchStatus* best = nullptr;
+  const Ip::Nat::NatFlowPolicyStatus* bestPolicy = nullptr;
+  const Ip::Nat::NatFlowMatchStatus* groupless = nullptr;
+  const Ip::Nat::NatFlowPolicyStatus* grouplessPolicy = nullptr;
+  std::uint32_t bestGroup = 0;
+  if (natStatus_) {
+    // Policies and matches in ascending name order: of equally specific flows the first wins.
+    for (const auto& [policyName, policy] : natStatus_->natFlow()) {
+      for (const auto& [matchName, match] : policy->match()) {
+        if (!flowMatches(match->flow(), packet)) continue;
+        const std::uint32_t group = groupFor(policyName, matchName, packet);
+        if (group == 0) {
+          if (groupless == nullptr || specificity(match->flow()) > specificity(groupless->flow())) {
+            groupless = match.get();
+            grouplessPolicy = policy.get();
+          }
+          continue;
+        }
+        if (best == nullptr || specificity(match->flow()) > specificity(best->flow())) {
+          best = match.get();
+          bestPolicy = policy.get();
+          bestGroup = group;
+        }
+      }
+    }
+  }
+  if (best == nullptr && groupless == nullptr) {
+    pass.drop = "no flow matches";
+    return pass;
+  }
+  if (best == nullptr) {
+    pass.policy = grouplessPolicy->name();
+    pass.match = groupless->name();
+    pass.flow = groupless->flow();
+    pass.drop = "the match holds no group";
+    return pass;
+  }
+  pass.policy = bestPolicy->name();
+  pass.match = best->name();
+  pass.flow = best->flow();
+  pass.group = bestGroup;
+  auto it = portSets_.lower_bound({bestGroup, 0});
+  if (it == portSets_.end() || it->first.first != bestGroup) {
+    pass.drop = "the group has no port set";
+    return pass;
+  }
+  for (; it != portSets_.end() && it->first.first == bestGroup; ++it) {
+    emit(it->first, it->second, packet, pass.copies);
+  }
+  // A packet is recirculated once: a copy of a recirculated packet into the recirculation
+  // interface is dropped, so that no packet loops.
+  if (packet.intf.empty()) {
+    const auto recirculated = std::remove_if(pass.copies.begin(), pass.copies.end(),
+                                             [](const Copy& copy) { return copy.recirculated(); });
+    pass.recirculationDropped = recirculated != pass.copies.end();
+    pass.copies.erase(recirculated, pass.copies.end());
+  }
+  std::sort(pass.copies.begin(), pass.copies.end());
+  if (pass.copies.empty()) {
+    pass.drop = pass.recirculationDropped ? "a recirculated packet is not recirculated again"
+                                          : "the group's port sets hold no interface";
+  }
+  return pass;
+}
+
+std::uint32_t Chip::groupFor(const Pelo::String& policy, const Pelo::String& match,
+                             const Packet& packet) const {
+  // The newest group of each kind that the match holds.
+  const std::pair<const std::uint32_t, Group>* uc = nullptr;
+  const std::pair<const std::uint32_t, Group>* mc = nullptr;
+  for (const auto& entry : groups_) {
+    const Group& group = entry.second;
+    if (group.policy != policy || group.match != match) continue;
+    const auto*& newest = group.unicast ? uc : mc;
+    if (newest == nullptr || group.allocation > newest->second.allocation) newest = &entry;
+  }
+  // With both kinds the destination chooses; with one kind, that group takes every packet.
+  if (uc != nullptr && mc != nullptr) return packet.dst.ip().isMulticast() ? mc->first : uc->first;
+  if (uc != nullptr) return uc->first;
+  if (mc != nullptr) return mc->first;
+  return 0;
+}
+
+void Chip::emit(const PortSetKey& key, const PortSet& ps, const Packet& packet,
+                std::vector<Copy>& copies) const {
+  Nexo::IpAndPort src = packet.src;
+  Nexo::IpAndPort dst = packet.dst;
+  Nexo::EthAddr dmac = ps.dmac;
+  // A translation applies to the copies on its VLAN of the packets its flow covers.
+  if (const auto t = srcTranslations_.find(key); t != srcTranslations_.end()) {
+    const SrcTranslation& s = t->second;
+    if (s.vlan == ps.vlan && inPrefix(packet.src.ip(), s.srcFlow.ip(), s.pfxLen) &&
+        portMatches(s.srcFlow.port(), packet.src.port())) {
+      src = translated(packet.src, s.srcNat);
+    }
+  }
+  if (const auto t = dstTranslations_.find(key); t != dstTranslations_.end()) {
+    const DstTranslation& d = t->second;
+    if (d.vlan == ps.vlan && inPrefix(packet.dst.ip(), d.dstFlow.ip(), d.pfxLen) &&
+        portMatches(d.dstFlow.port(), packet.dst.port())) {
+      dst = translated(packet.dst, d.dstNat);
+      // The destination translation carries the MAC of the copies: it is reprogrammed alone
+      // when only the next hop's MAC changes.
+      dmac = d.dmac;
+    }
+  }
+  dmac = copyMac(dmac, dst);
+  for (const Nexo::IntfId& intf : ps.intf) copies.push_back(Copy{intf, ps.vlan, dmac, src, dst});
 }
 
 std::vector<const Chip::Call*> Chip::violations() const {

@@ -12,11 +12,13 @@
 #include <vector>
 
 #include "Ip/Nat/HwStatus.h"
+#include "Ip/Nat/Status.h"
 #include "Nexo/EthAddr.h"
 #include "Nexo/IntfId.h"
 #include "Nexo/IpAddr.h"
 #include "Pelo/String.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
+#include "sim/Forwarding.h"
 
 namespace Sim {
 
@@ -40,6 +42,10 @@ namespace Sim {
 // does not exist, and a null port set. A port set may be removed before its translations, which
 // stay until they are removed themselves; removing a translation that is not there does nothing
 // and is noted in the log.
+//
+// Forwarding (docs/forwarding.md) is a pure function of these tables and of the flows of the
+// matches, which the chip reads by policy and match name from a read-only view of the NAT status,
+// as a chip-specific helper on a switch does.
 //
 // Every call is logged with its arguments and result in call order (and traced on "SimChip" at
 // level 1). Everything it prints comes out in ascending id order. Created by the simulator's
@@ -74,6 +80,9 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
     Pelo::String policy;
     Pelo::String match;
     bool unicast = false;
+    // The number of the call that allocated it: of a match's groups of one kind, the newest
+    // takes its traffic.
+    std::uint64_t allocation = 0;
   };
   struct PortSet {
     std::uint16_t vlan = 0;
@@ -145,6 +154,13 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
   void failMulticastGroupsIs(bool fail) { failMulticastGroups_ = fail; }
   bool failMulticastGroups() const { return failMulticastGroups_; }
 
+  // The NAT status the chip reads the matches' flows from; null: no flow is known.
+  void natStatusIs(Mox::Ptr<const Ip::Nat::Status> natStatus) { natStatus_ = std::move(natStatus); }
+
+  // Forwards `packet` by the tables as they are (docs/forwarding.md): its own pass, then one pass
+  // for each copy it sends into the recirculation interface. Changes nothing.
+  Forwarding forward(const Packet& packet) const;
+
   const std::map<std::uint32_t, Group>& groups() const { return groups_; }
   const std::map<PortSetKey, PortSet>& portSets() const { return portSets_; }
   const std::map<PortSetKey, SrcTranslation>& srcTranslations() const { return srcTranslations_; }
@@ -187,7 +203,16 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
   void printGroups(std::ostream& os) const;
   void printPortSets(std::ostream& os) const;
   void printTranslations(std::ostream& os) const;
+  // One pass of `packet` through the pipeline.
+  Pass forwardOnce(const Packet& packet) const;
+  // The group of the match `policy`/`match` that takes `packet`, or 0 when it holds none.
+  std::uint32_t groupFor(const Pelo::String& policy, const Pelo::String& match,
+                         const Packet& packet) const;
+  // The copies of the port set `key` for `packet`, translated, appended to `copies`.
+  void emit(const PortSetKey& key, const PortSet& ps, const Packet& packet,
+            std::vector<Copy>& copies) const;
 
+  Mox::Ptr<const Ip::Nat::Status> natStatus_;  // the flows; read only
   std::map<std::uint32_t, Group> groups_;
   std::set<std::uint32_t> freedGroups_;  // freed and not allocated again
   std::map<PortSetKey, PortSet> portSets_;

@@ -581,6 +581,49 @@ Prepared chipCommand(LineParser& p, Context& c) {
                    quoted(what));
 }
 
+// ---- the dataplane ----------------------------------------------------------------------------
+
+// True when the switch has `intf` as a port: a switchport, a VLAN member or a routed port.
+bool switchHasPort(const Agent& agent, const Nexo::IntfId& intf) {
+  if (agent.bridgingConfig()->switchIntfConfig(intf)) return true;
+  for (const auto& [vlan, vs] : agent.vlanStatusDir()->vlanStatus()) {
+    if (vs->vlanPortStatus(intf) != nullptr) return true;
+  }
+  const UmoL3Intf::L3Id* id = agent.l3IntfTable()->intfL3Index(intf);
+  return id != nullptr && isRoutedPortId(*id);
+}
+
+Prepared sendCommand(LineParser& p, Context& c) {
+  Packet packet;
+  packet.intf = p.intf();
+  bool vlanGiven = false;
+  if (p.accept("vlan")) {
+    vlanGiven = true;
+    packet.vlan = p.vlanId();
+  }
+  p.keyword("src");
+  packet.src = p.ipAndPort();
+  p.keyword("dst");
+  packet.dst = p.ipAndPort();
+  p.end();
+  if (Nexo::VlanIntfId::isVlanIntfId(packet.intf)) {
+    throw ScenarioError("a packet comes in on a port, not on the VLAN interface " +
+                        packet.intf.name().str());
+  }
+  if (!switchHasPort(c.agent, packet.intf)) {
+    throw ScenarioError("the switch has no port " + packet.intf.name().str() +
+                        "; a packet comes in on a switchport, a VLAN member or a routed port");
+  }
+  // An untagged packet is in the native VLAN of its switchport, when the port has one.
+  if (!vlanGiven) {
+    if (const auto sw = c.agent.bridgingConfig()->switchIntfConfig(packet.intf);
+        sw && !sw->nativeVlan().isNone() && sw->nativeVlan().value() <= Bridging::VlanId::kMax) {
+      packet.vlan = sw->nativeVlan().value();
+    }
+  }
+  return {[&c, packet] { printForwarding(c.out, c.agent.chip().forward(packet)); }};
+}
+
 // ---- show -------------------------------------------------------------------------------------
 
 Prepared showCommand(LineParser& p, Context& c) {
@@ -744,6 +787,11 @@ const std::vector<Command>& commands() {
         {"chip fail-groups N", "make the next N group requests fail"},
         {"chip fail unicast|multicast on|off", "make unicast or multicast group requests fail"}},
        chipCommand},
+      {"send",
+       "dataplane",
+       {{"send INTF [vlan V] src A.B.C.D[:PORT] dst A.B.C.D[:PORT]",
+         "forward a UDP packet; print the copies that leave"}},
+       sendCommand},
       {"show",
        "show",
        {{"show table [POLICY]", "run showNatFlowActionHw through the agent"},

@@ -99,7 +99,28 @@ INSTANTIATE_TEST_SUITE_P(
                     "nexthop P U A Ethernet2 vlan 10 mac 00:00:00:00:00:00",
                     "action P M A dst 10.9.9.9:80",
                     "match P M flow src 10.1.0.0/16:0 dst 10.1.1.1/32:5000",
-                    "action P M A version 0", "action P M A src 10.7.7.7 version 0"));
+                    "action P M A version 0", "action P M A src 10.7.7.7 version 0",
+                    // Packets come in on a port the switch has, with well-formed addresses, in a
+                    // VLAN that carries traffic.
+                    "send Ethernet9 src 10.1.1.1 dst 239.1.1.1:5000",
+                    "send Vlan10 src 10.1.1.1 dst 239.1.1.1:5000",
+                    "send Ethernet1 src 10.1.1 dst 239.1.1.1:5000",
+                    "send Ethernet1 src 10.1.1.1 dst 239.1.1.1:70000",
+                    "send Ethernet1 vlan 4095 src 10.1.1.1 dst 239.1.1.1:5000",
+                    "send Ethernet1 vlan 0 src 10.1.1.1 dst 239.1.1.1:5000",
+                    "send Ethernet1 dst 239.1.1.1:5000 src 10.1.1.1"));
+
+TEST_F(InterpreterTest, SendTakesEveryKindOfPortAndChangesNothing) {
+  runAll(kBase);
+  const std::string before = state();
+  // A switchport in its native VLAN, a VLAN member that is no switchport, an untagged routed port.
+  runAll({"send Ethernet1 src 10.1.1.1:4000 dst 239.1.1.1:5000",
+          "send Ethernet2 vlan 10 src 10.1.1.1:4000 dst 239.1.1.1:5000",
+          "send Ethernet6 src 10.1.1.1:4000 dst 239.1.1.1:5000"});
+  EXPECT_EQ(state(), before);
+  EXPECT_THAT(out.str(), HasSubstr("in Ethernet1  vlan 10  src 10.1.1.1:4000"));
+  EXPECT_THAT(out.str(), HasSubstr("in Ethernet6  untagged  src 10.1.1.1:4000"));
+}
 
 TEST_F(InterpreterTest, ZeroMacNextHopWaitsForTheVersionAfterALastPassAsUnicast) {
   runAll(kBase);
