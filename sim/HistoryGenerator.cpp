@@ -450,6 +450,13 @@ std::optional<std::string> HistoryGenerator::chip() {
 }
 
 std::optional<std::string> HistoryGenerator::show() {
+  // Now and then a packet through the chip, from the sources and to the destinations the flows
+  // take, on a switchport (which carries its native VLAN, or none).
+  if (!model_.switchports.empty() && pick(2) == 0) {
+    return "send " + anyOf(model_.switchports) + " src " +
+           oneOf({"10.1.1.1:1234", "10.2.0.1:4000"}) + " dst " +
+           oneOf({"239.1.1.1:5000", "10.9.9.9:80", "224.5.5.5:5000", "10.8.8.8:53"});
+  }
   if (model_.started && pick(2) == 0) {
     return pick(2) == 0 ? "show table"
                         : std::string("show table ") + oneOf({kPolicies[0], kPolicies[1]});
