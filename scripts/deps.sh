@@ -1,9 +1,15 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs when they are missing.
 # Sourced by the other scripts; does nothing when everything is present.
+#
+# The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
+# programs the dataplane tests start privately; the other scripts do not. `umonat_install_deps
+# test` asks for it explicitly; without an argument it is included when the sourcing script is
+# scripts/test.sh. Installing it never leaves the system's Open vSwitch service running.
 set -euo pipefail
 
 umonat_missing_packages() {
+  local purpose=${1:-build}
   local missing=()
   command -v cmake >/dev/null 2>&1 || missing+=(cmake)
   command -v ninja >/dev/null 2>&1 || missing+=(ninja-build)
@@ -15,18 +21,59 @@ umonat_missing_packages() {
   [ -f /usr/include/readline/readline.h ] || missing+=(libreadline-dev)
   dpkg -s libclang-rt-14-dev >/dev/null 2>&1 || missing+=(libclang-rt-14-dev)
   command -v nm >/dev/null 2>&1 || missing+=(binutils)
+  if [ "$purpose" = test ]; then
+    PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
+      missing+=(openvswitch-switch)
+  fi
   echo "${missing[@]:-}"
 }
 
+# Process ids of running Open vSwitch daemons, one a line, but for the private ones the tests
+# start (their command lines name their umonat-ovs.* directories).
+umonat_ovs_daemons() {
+  local pid
+  for pid in $(pgrep -x 'ovs-vswitchd|ovsdb-server' 2>/dev/null || true); do
+    tr '\0' ' ' <"/proc/$pid/cmdline" 2>/dev/null | grep -q 'umonat-ovs\.' || echo "$pid"
+  done | sort
+}
+
 umonat_install_deps() {
+  local purpose=${1:-}
+  if [ -z "$purpose" ]; then
+    purpose=build
+    if [ "$(basename "$0")" = test.sh ]; then purpose="test"; fi
+  fi
   local missing
-  missing=$(umonat_missing_packages)
+  missing=$(umonat_missing_packages "$purpose")
   [ -z "$missing" ] && return 0
   echo "Installing missing packages: $missing"
   local sudo=""
   if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
   export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -q
-  # shellcheck disable=SC2086
-  $sudo apt-get install -y -q --no-install-recommends $missing
+
+  # Package scripts must not start system services (Open vSwitch's above all): a policy that
+  # denies every start, in place only for the install and only when the system has none.
+  local policy=/usr/sbin/policy-rc.d own_policy=""
+  if [ ! -e "$policy" ]; then
+    printf '#!/bin/sh\nexit 101\n' | $sudo tee "$policy" >/dev/null
+    $sudo chmod 755 "$policy"
+    own_policy=yes
+  fi
+  local before status=0
+  before=$(umonat_ovs_daemons)
+  $sudo apt-get update -q || status=$?
+  if [ "$status" -eq 0 ]; then
+    # shellcheck disable=SC2086
+    $sudo apt-get install -y -q --no-install-recommends $missing || status=$?
+  fi
+  if [ -n "$own_policy" ]; then $sudo rm -f "$policy"; fi
+  [ "$status" -eq 0 ] || return "$status"
+
+  local started
+  started=$(comm -13 <(echo "$before") <(umonat_ovs_daemons) | tr '\n' ' ')
+  if [ -n "${started// /}" ]; then
+    echo "error: installing packages started Open vSwitch daemons (pids: ${started% }); stop" \
+      "them (e.g. 'systemctl stop openvswitch-switch') and run again" >&2
+    return 1
+  fi
 }
