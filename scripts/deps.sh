@@ -3,9 +3,8 @@
 # Sourced by the other scripts; does nothing when everything is present.
 #
 # The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
-# programs the dataplane tests start privately; the other scripts do not. `umonat_install_deps
-# test` asks for it explicitly; without an argument it is included when the sourcing script is
-# scripts/test.sh. Installing it never leaves the system's Open vSwitch service running.
+# programs the dataplane tests start privately; the other scripts do not: `umonat_install_deps
+# test` asks for it. Installing it never leaves the system's Open vSwitch service running.
 set -euo pipefail
 
 umonat_missing_packages() {
@@ -38,11 +37,7 @@ umonat_ovs_daemons() {
 }
 
 umonat_install_deps() {
-  local purpose=${1:-}
-  if [ -z "$purpose" ]; then
-    purpose=build
-    if [ "$(basename "$0")" = test.sh ]; then purpose="test"; fi
-  fi
+  local purpose=${1:-build}
   local missing
   missing=$(umonat_missing_packages "$purpose")
   [ -z "$missing" ] && return 0

@@ -11,7 +11,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-umonat_install_deps
+umonat_install_deps test
 
 build=${UMONAT_BUILD_DIR:-build}
 jobs=${UMONAT_JOBS:-2}
