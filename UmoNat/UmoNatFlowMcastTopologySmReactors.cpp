@@ -469,16 +469,15 @@ void UmoNatFlowMcastTopologySm::notifyVlanMembers(std::uint16_t vlan) {
 
 void UmoNatFlowMcastTopologySm::handleL3Intf(const Nexo::IntfId& intf) {
   const UmoL3Intf::L3Id* id = umoL3IntfTable_ ? umoL3IntfTable_->intfL3Index(intf) : nullptr;
-  std::uint16_t vlan = 0;
-  if (id != nullptr && !inVlanRange(umoL3IntfTable_->l3IdToVlanId(*id))) {
+  // 0 for an L3 id outside the VLAN range.
+  std::uint16_t vlan = id != nullptr ? umoL3IntfTable_->l3IdToVlanId(*id) : 0;
+  if (id != nullptr && vlan == 0) {
     // A routed port's L3 id is no VLAN: it is never mirrored, notified or
     // taken as the recirculation VLAN. An interface that stood for a VLAN
     // until now leaves it as if its entry had been removed.
     MOX_TRACE(traceHandle, 3, "No vlan found for the l3 intf");
-    id = nullptr;
   }
-  if (id != nullptr) {
-    vlan = umoL3IntfTable_->l3IdToVlanId(*id);
+  if (vlan != 0) {
     MOX_TRACE(traceHandle, 3, "handleL3Intf, add l3 intf " << intf << " for vlan " << vlan);
     intfL3IndexIs(intf, vlan);
     notifyActionSmVlan(vlan);

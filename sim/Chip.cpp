@@ -373,47 +373,40 @@ Pass Chip::forwardOnce(const Packet& packet) const {
   // The match that takes the packet is the most specific one that holds a group; a more
   // specific match without a group has no entry in the chip and is named only when no match
   // takes the packet.
-  const Ip::Nat::NatFlowMatchStatus* best = nullptr;
-  const Ip::Nat::NatFlowPolicyStatus* bestPolicy = nullptr;
-  const Ip::Nat::NatFlowMatchStatus* groupless = nullptr;
-  const Ip::Nat::NatFlowPolicyStatus* grouplessPolicy = nullptr;
-  std::uint32_t bestGroup = 0;
+  struct Candidate {
+    const Ip::Nat::NatFlowPolicyStatus* policy = nullptr;
+    const Ip::Nat::NatFlowMatchStatus* match = nullptr;
+    std::uint32_t group = 0;
+  };
+  Candidate best;
+  Candidate groupless;
   if (natStatus_) {
     // Policies and matches in ascending name order: of equally specific flows the first wins.
     for (const auto& [policyName, policy] : natStatus_->natFlow()) {
       for (const auto& [matchName, match] : policy->match()) {
         if (!flowMatches(match->flow(), packet)) continue;
         const std::uint32_t group = groupFor(policyName, matchName, packet);
-        if (group == 0) {
-          if (groupless == nullptr || specificity(match->flow()) > specificity(groupless->flow())) {
-            groupless = match.get();
-            grouplessPolicy = policy.get();
-          }
-          continue;
-        }
-        if (best == nullptr || specificity(match->flow()) > specificity(best->flow())) {
-          best = match.get();
-          bestPolicy = policy.get();
-          bestGroup = group;
+        Candidate& slot = group == 0 ? groupless : best;
+        if (slot.match == nullptr || specificity(match->flow()) > specificity(slot.match->flow())) {
+          slot = Candidate{policy.get(), match.get(), group};
         }
       }
     }
   }
-  if (best == nullptr && groupless == nullptr) {
+  const Candidate& taken = best.match != nullptr ? best : groupless;
+  if (taken.match == nullptr) {
     pass.drop = "no flow matches";
     return pass;
   }
-  if (best == nullptr) {
-    pass.policy = grouplessPolicy->name();
-    pass.match = groupless->name();
-    pass.flow = groupless->flow();
+  pass.policy = taken.policy->name();
+  pass.match = taken.match->name();
+  pass.flow = taken.match->flow();
+  if (best.match == nullptr) {
     pass.drop = "the match holds no group";
     return pass;
   }
-  pass.policy = bestPolicy->name();
-  pass.match = best->name();
-  pass.flow = best->flow();
-  pass.group = bestGroup;
+  pass.group = best.group;
+  const std::uint32_t bestGroup = best.group;
   auto it = portSets_.lower_bound({bestGroup, 0});
   if (it == portSets_.end() || it->first.first != bestGroup) {
     pass.drop = "the group has no port set";
