@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <ostream>
+#include <sstream>
 #include <tuple>
 
 #include "Mox/Trace.h"
@@ -119,6 +120,15 @@ Chip::Chip() : UmoHelper::UmoNatFlowMcastHelper("SimChip") {}
 
 Chip::~Chip() = default;
 
+template <class T>
+void Chip::compareMirror(const T& want, const T& got) {
+  if (want == got) return;
+  std::ostringstream text;
+  text << std::boolalpha << "#" << calls_.size() << " " << calls_.back().text
+       << ": the dataplane answered " << got;
+  divergences_.push_back(text.str());
+}
+
 void Chip::log(Op op, std::string text, const std::string& result, const std::string& note,
                const std::string& violation) {
   Counter& counter = counters_[static_cast<std::size_t>(op)];
@@ -200,6 +210,7 @@ std::uint32_t Chip::createNatFlowGroup(const Pelo::String& policy, const Pelo::S
   groups_.emplace(id, Group{policy, match, unicast, calls_.size() + 1});
   freedGroups_.erase(id);
   log(Op::createNatFlowGroup, text, std::to_string(id), "", "");
+  if (mirror_) compareMirror(id, mirror_->createNatFlowGroup(policy, match, unicast));
   return id;
 }
 
@@ -222,6 +233,7 @@ void Chip::deleteNatFlowGroup(const Pelo::String& policy, const Pelo::String& ma
     freedGroups_.insert(groupId);
   }
   log(Op::deleteNatFlowGroup, text, "", "", violation);
+  if (mirror_ && violation.empty()) mirror_->deleteNatFlowGroup(policy, match, groupId);
 }
 
 std::uint32_t Chip::updateNatFlowVlanPortSet(std::uint32_t groupId, std::uint32_t portSetId,
@@ -250,6 +262,8 @@ std::uint32_t Chip::updateNatFlowVlanPortSet(std::uint32_t groupId, std::uint32_
   if (portSetId != 0) {
     portSets_[{groupId, portSetId}] = std::move(entry);
     log(Op::updateNatFlowVlanPortSet, text, std::to_string(portSetId), "", "");
+    if (mirror_)
+      compareMirror(portSetId, mirror_->updateNatFlowVlanPortSet(groupId, portSetId, ps));
     return portSetId;
   }
   if (portSets_.size() >= portSetCapacity_) {
@@ -267,6 +281,7 @@ std::uint32_t Chip::updateNatFlowVlanPortSet(std::uint32_t groupId, std::uint32_
   const std::uint32_t id = lowestFree(used);
   portSets_.emplace(PortSetKey{groupId, id}, std::move(entry));
   log(Op::updateNatFlowVlanPortSet, text, std::to_string(id), "", "");
+  if (mirror_) compareMirror(id, mirror_->updateNatFlowVlanPortSet(groupId, 0, ps));
   return id;
 }
 
@@ -278,6 +293,7 @@ void Chip::deleteNatFlowVlanPortSet(std::uint32_t groupId, std::uint32_t portSet
   // Its translations stay until they are removed themselves.
   if (violation.empty()) portSets_.erase({groupId, portSetId});
   log(Op::deleteNatFlowVlanPortSet, text, "", "", violation);
+  if (mirror_ && violation.empty()) mirror_->deleteNatFlowVlanPortSet(groupId, portSetId);
 }
 
 bool Chip::updateNatFlowSrcTranslation(std::uint32_t groupId, std::uint32_t portSetId,
@@ -303,6 +319,10 @@ bool Chip::updateNatFlowSrcTranslation(std::uint32_t groupId, std::uint32_t port
   }
   srcTranslations_[key] = SrcTranslation{vlan, srcNat, srcFlow, pfxLen};
   log(Op::updateNatFlowSrcTranslation, text, "true", "", "");
+  if (mirror_) {
+    compareMirror(true, mirror_->updateNatFlowSrcTranslation(groupId, portSetId, vlan, srcNat,
+                                                             srcFlow, pfxLen));
+  }
   return true;
 }
 
@@ -315,6 +335,7 @@ void Chip::deleteNatFlowSrcTranslation(std::uint32_t groupId, std::uint32_t port
     text += "  (no source translation to remove)";
   }
   log(Op::deleteNatFlowSrcTranslation, text, "", "", violation);
+  if (mirror_ && violation.empty()) mirror_->deleteNatFlowSrcTranslation(groupId, portSetId);
 }
 
 bool Chip::updateNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t portSetId,
@@ -341,6 +362,10 @@ bool Chip::updateNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t port
   }
   dstTranslations_[key] = DstTranslation{vlan, dstNat, dstFlow, pfxLen, dmac};
   log(Op::updateNatFlowDstTranslation, text, "true", "", "");
+  if (mirror_) {
+    compareMirror(true, mirror_->updateNatFlowDstTranslation(groupId, portSetId, vlan, dstNat,
+                                                             dstFlow, pfxLen, dmac));
+  }
   return true;
 }
 
@@ -353,6 +378,7 @@ void Chip::deleteNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t port
     text += "  (no destination translation to remove)";
   }
   log(Op::deleteNatFlowDstTranslation, text, "", "", violation);
+  if (mirror_ && violation.empty()) mirror_->deleteNatFlowDstTranslation(groupId, portSetId);
 }
 
 Forwarding Chip::forward(const Packet& packet) const {

@@ -154,6 +154,14 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
   void failMulticastGroupsIs(bool fail) { failMulticastGroups_ = fail; }
   bool failMulticastGroups() const { return failMulticastGroups_; }
 
+  // A second helper that receives every call the chip carries out (not the ones it fails or
+  // refuses), with the same arguments, right after the chip: a real dataplane kept in step with
+  // the model. A result of the mirror that differs from the chip's is noted as a divergence.
+  // Null: none.
+  void mirrorIs(Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> mirror) { mirror_ = std::move(mirror); }
+  // The divergences noted since the last call, one line each, oldest first.
+  std::vector<std::string> takeDivergences() { return std::exchange(divergences_, {}); }
+
   // The NAT status the chip reads the matches' flows from; null: no flow is known.
   void natStatusIs(Mox::Ptr<const Ip::Nat::Status> natStatus) { natStatus_ = std::move(natStatus); }
 
@@ -212,7 +220,13 @@ class Chip : public UmoHelper::UmoNatFlowMcastHelper {
   void emit(const PortSetKey& key, const PortSet& ps, const Packet& packet,
             std::vector<Copy>& copies) const;
 
+  // Notes a divergence when the mirror answered the last call with `got` instead of `want`.
+  template <class T>
+  void compareMirror(const T& want, const T& got);
+
   Mox::Ptr<const Ip::Nat::Status> natStatus_;  // the flows; read only
+  Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> mirror_;
+  std::vector<std::string> divergences_;
   std::map<std::uint32_t, Group> groups_;
   std::set<std::uint32_t> freedGroups_;  // freed and not allocated again
   std::map<PortSetKey, PortSet> portSets_;

@@ -57,6 +57,17 @@ void printCopy(std::ostream& os, const Copy& copy) {
   os << "  dmac " << copy.dmac << "  src " << copy.src << "  dst " << copy.dst;
 }
 
+void printSent(std::ostream& os, const Packet& packet, const std::vector<Copy>& copies) {
+  printPacket(os, packet);
+  os << "\n";
+  if (copies.empty()) os << "  nothing leaves\n";
+  for (const Copy& copy : copies) {
+    os << "  ";
+    printCopy(os, copy);
+    os << "\n";
+  }
+}
+
 void printForwarding(std::ostream& os, const Forwarding& forwarding) {
   for (const Pass& pass : forwarding.passes) {
     printPacket(os, pass.packet);

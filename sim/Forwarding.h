@@ -69,6 +69,9 @@ struct Forwarding {
 // "out Ethernet1  vlan 10  dmac 01:00:5e:00:00:00  src 10.1.0.5:4000  dst 239.100.1.1:5000", or
 // "recirculate  vlan 10  ..." for a copy into the recirculation interface. No newline.
 void printCopy(std::ostream& os, const Copy& copy);
+// A packet forwarded by a dataplane that shows only what leaves: a line for the packet, then one
+// line per copy, or "  nothing leaves".
+void printSent(std::ostream& os, const Packet& packet, const std::vector<Copy>& copies);
 // Each pass: a line for the packet and what took it, then one line per copy.
 void printForwarding(std::ostream& os, const Forwarding& forwarding);
 

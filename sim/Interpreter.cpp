@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 #include <set>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -28,6 +29,7 @@ constexpr std::size_t kHelpColumn = 44;
 struct Context {
   Agent& agent;
   std::ostream& out;
+  OvsDataplane* ovs;  // the real dataplane; null when the simulated chip forwards alone
 };
 
 // A command whose line has been checked completely: running it changes the simulation and
@@ -621,6 +623,16 @@ Prepared sendCommand(LineParser& p, Context& c) {
       packet.vlan = sw->nativeVlan().value();
     }
   }
+  if (c.ovs != nullptr) {
+    return {[&c, packet] {
+      const OvsDataplane::Sent sent = c.ovs->send(packet);
+      printSent(c.out, packet, sent.copies);
+      if (sent.problems.empty()) return;
+      std::string problems;
+      for (const std::string& problem : sent.problems) problems += "\n  " + problem;
+      throw std::runtime_error("the dataplane sent frames that are not valid UDP/IPv4:" + problems);
+    }};
+  }
   return {[&c, packet] { printForwarding(c.out, c.agent.chip().forward(packet)); }};
 }
 
@@ -638,6 +650,18 @@ Prepared showCommand(LineParser& p, Context& c) {
     return {[&c, line] {
       if (c.agent.runCommand(line, c.out) == 0) c.out << "(no output)\n";
     }};
+  }
+  if (what == "dataplane") {
+    const bool stats = p.accept("stats");
+    p.end();
+    if (c.ovs == nullptr) {
+      return {[&c] {
+        c.out << "dataplane: the simulated chip alone (umonat-sim --dataplane ovs adds Open "
+                 "vSwitch)\n";
+      }};
+    }
+    if (stats) return {[&c] { c.ovs->printStats(c.out); }};
+    return {[&c] { c.ovs->print(c.out); }};
   }
   if (what == "skimtrace") {
     std::size_t last = kDefaultSkimtraceRecords;
@@ -797,6 +821,7 @@ const std::vector<Command>& commands() {
        {{"show table [POLICY]", "run showNatFlowActionHw through the agent"},
         {"show hw", "print the hardware status tree the system writes"},
         {"show chip", "print the chip's tables, capacities and faults"},
+        {"show dataplane [stats]", "print what the real dataplane holds, or its figures"},
         {"show calls", "print the chip calls made since the last look"},
         {"show calls all", "print every chip call"},
         {"show counters", "count calls, failures, refusals per operation"},
@@ -867,7 +892,7 @@ std::string portSetTableNote(const Chip& chip) {
 
 }  // namespace
 
-Interpreter::Interpreter(std::ostream& out, std::ostream& err, bool echo)
+Interpreter::Interpreter(std::ostream& out, std::ostream& err, bool echo, Dataplane dataplane)
     : out_(out),
       err_(err),
       echo_(echo),
@@ -877,6 +902,15 @@ Interpreter::Interpreter(std::ostream& out, std::ostream& err, bool echo)
     out_ << "trace " << line.handle << "/" << line.level << " " << line.text << "\n";
   });
   Mox::assertionContextIs([this] { return assertionContext(); });
+  if (dataplane == Dataplane::ovs) {
+    try {
+      ovs_ = std::make_unique<OvsDataplane>(agent_);
+    } catch (...) {
+      Mox::assertionContextIs({});
+      Mox::traceSinkIs(std::move(previousTraceSink_));
+      throw;
+    }
+  }
 }
 
 Interpreter::~Interpreter() {
@@ -927,7 +961,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
     reportError("unknown command " + quoted(name) + "; 'help' lists the commands");
     return Outcome::error;
   }
-  Context context{agent_, out_};
+  Context context{agent_, out_, ovs_.get()};
   Prepared prepared;
   running_ = true;
   try {
@@ -955,7 +989,23 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
   }
   running_ = false;
   out_.flush();
-  return Outcome::ok;
+  return syncDataplane() ? Outcome::ok : Outcome::error;
+}
+
+bool Interpreter::syncDataplane() {
+  if (!ovs_) return true;
+  bool clean = true;
+  for (const std::string& divergence : agent_.chip().takeDivergences()) {
+    reportError("the dataplane's helper disagrees with the chip: " + divergence);
+    clean = false;
+  }
+  try {
+    ovs_->sync();
+  } catch (const std::exception& e) {
+    reportError(std::string("the dataplane refused the change: ") + e.what());
+    clean = false;
+  }
+  return clean;
 }
 
 Interpreter::Outcome Interpreter::runStream(std::istream& in, std::string_view file,
@@ -976,6 +1026,7 @@ Interpreter::Outcome Interpreter::runStream(std::istream& in, std::string_view f
 bool Interpreter::finish() {
   finishing_ = true;
   if (agent_.started()) agent_.stop();
+  syncDataplane();
   const Chip& chip = agent_.chip();
   if (chip.violationCount() == 0) return true;
   ++errors_;

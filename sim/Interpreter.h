@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Mox/Trace.h"
 #include "sim/Agent.h"
+#include "sim/OvsDataplane.h"
 
 namespace Sim {
 
@@ -33,8 +35,16 @@ class Interpreter {
     quit,   // `quit`: the session ends
   };
 
-  // `out` and `err` may be the same stream; both must outlive the interpreter.
-  Interpreter(std::ostream& out, std::ostream& err, bool echo = true);
+  // What forwards the packets of `send`.
+  enum class Dataplane {
+    chip,  // the simulated chip's model alone
+    ovs,   // also a private Open vSwitch, kept in step with the chip after every line
+  };
+
+  // `out` and `err` may be the same stream; both must outlive the interpreter. With the ovs
+  // dataplane, throws Ovs::Error when Open vSwitch cannot start.
+  Interpreter(std::ostream& out, std::ostream& err, bool echo = true,
+              Dataplane dataplane = Dataplane::chip);
   ~Interpreter();
   Interpreter(const Interpreter&) = delete;
   Interpreter& operator=(const Interpreter&) = delete;
@@ -58,11 +68,16 @@ class Interpreter {
 
  private:
   void reportError(std::string_view message);
+  // Brings the real dataplane up to date and reports what disagrees or fails; false when
+  // anything did.
+  bool syncDataplane();
   std::string assertionContext() const;
 
   std::ostream& out_;
   std::ostream& err_;
   bool echo_;
+  // Declared before the agent, so that it outlives the system's teardown, which it follows.
+  std::unique_ptr<OvsDataplane> ovs_;
   Agent agent_;
   Mox::TraceSink previousTraceSink_;
   std::string previousTraceLevels_;

@@ -30,8 +30,8 @@ constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
 void printUsage(std::ostream& os) {
-  os << "usage: umonat-sim [--keep-going] [FILE...]\n"
-        "       umonat-sim -i | --interactive\n"
+  os << "usage: umonat-sim [--keep-going] [--dataplane chip|ovs] [FILE...]\n"
+        "       umonat-sim -i | --interactive [--dataplane chip|ovs]\n"
         "       umonat-sim --generate SEED [--lines N]\n"
         "       umonat-sim -h | --help\n"
         "\n"
@@ -43,6 +43,11 @@ void printUsage(std::ostream& os) {
         "                     stops at the first error and exits with status 1.\n"
         "  --keep-going, -k   report every bad line and go on; still exit with status 1\n"
         "  --interactive, -i  read commands at a prompt, with line editing and history\n"
+        "  --dataplane ovs    also program a private Open vSwitch (started in a temporary\n"
+        "                     directory and stopped at the end) through its own hardware helper,\n"
+        "                     kept in step with the chip after every line; 'send' then injects a\n"
+        "                     real frame and prints the copies the switch transmits. Needs the\n"
+        "                     package openvswitch-switch. 'chip' (the default): the model alone\n"
         "  --generate SEED    print a random scenario that the platform could publish: a small\n"
         "                     switch, two policies, then N (default 200) random changes of every\n"
         "                     input, the clock and the chip; the same SEED prints the same lines\n"
@@ -58,8 +63,10 @@ void printUsage(std::ostream& os) {
 }
 
 // Runs one scenario in a fresh simulation. Returns the exit status and whether it quit.
+Sim::Interpreter::Dataplane dataplane = Sim::Interpreter::Dataplane::chip;
+
 int runScenario(std::istream& in, std::string_view name, bool keepGoing, bool& quit) {
-  Sim::Interpreter interpreter(std::cout, std::cerr);
+  Sim::Interpreter interpreter(std::cout, std::cerr, /*echo=*/true, dataplane);
   const Sim::Interpreter::Outcome outcome = interpreter.runStream(in, name, keepGoing);
   quit = outcome == Sim::Interpreter::Outcome::quit;
   const bool clean = interpreter.finish();
@@ -139,7 +146,7 @@ int runInteractive() {
   std::cout << "umonat-sim: 'help' lists the commands; 'quit' or Ctrl-D leaves.\n";
   rl_readline_name = "umonat-sim";
   using_history();
-  Sim::Interpreter interpreter(std::cout, std::cerr, /*echo=*/false);
+  Sim::Interpreter interpreter(std::cout, std::cerr, /*echo=*/false, dataplane);
   std::size_t line = 0;
   while (char* input = readline("umonat-sim> ")) {
     const std::string text(input);
@@ -179,6 +186,15 @@ int main(int argc, char** argv) {
       } else {
         lines = *value;
       }
+    } else if (arg == "--dataplane") {
+      const std::string_view kind = i + 1 < argc ? argv[i + 1] : "";
+      if (kind != "chip" && kind != "ovs") {
+        std::cerr << "umonat-sim: --dataplane takes chip or ovs; try umonat-sim --help\n";
+        return kExitUsage;
+      }
+      ++i;
+      dataplane =
+          kind == "ovs" ? Sim::Interpreter::Dataplane::ovs : Sim::Interpreter::Dataplane::chip;
     } else if (arg == "-i" || arg == "--interactive") {
       interactive = true;
     } else if (arg == "-k" || arg == "--keep-going") {
@@ -201,5 +217,11 @@ int main(int argc, char** argv) {
     }
     return generate(*seed, lines);
   }
-  return interactive ? runInteractive() : runFiles(files, keepGoing);
+  try {
+    return interactive ? runInteractive() : runFiles(files, keepGoing);
+  } catch (const Ovs::Error& e) {
+    std::cout.flush();
+    std::cerr << "umonat-sim: the Open vSwitch dataplane failed: " << e.what() << "\n";
+    return kExitFailed;
+  }
 }

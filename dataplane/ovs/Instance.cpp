@@ -147,7 +147,14 @@ void Instance::start() {
                                 br,
                                 "datapath_type=dummy",
                                 "protocols=OpenFlow13,OpenFlow14,OpenFlow15"};
-  for (const Port& port : options_.ports) {
+  appendAddPorts(options_.ports, args);
+  vsctl(args);
+}
+
+void Instance::appendAddPorts(const std::vector<Port>& ports,
+                              std::vector<std::string>& args) const {
+  const std::string& br = options_.bridge;
+  for (const Port& port : ports) {
     for (std::string arg :
          {std::string("--"), std::string("add-port"), br, port.name, std::string("--"),
           std::string("set"), std::string("interface"), port.name, std::string("type=dummy"),
@@ -156,7 +163,26 @@ void Instance::start() {
       args.push_back(std::move(arg));
     }
   }
+}
+
+void Instance::addPorts(const std::vector<Port>& ports) {
+  if (ports.empty()) return;
+  std::vector<std::string> args;
+  appendAddPorts(ports, args);
+  args.erase(args.begin());  // the leading "--"
   vsctl(args);
+  options_.ports.insert(options_.ports.end(), ports.begin(), ports.end());
+}
+
+std::string Instance::bundle(const std::string& mods) const {
+  const std::string path = dir_ + "/bundle.txt";
+  {
+    std::ofstream file(path, std::ios::trunc);
+    file << mods;
+    if (!file.flush()) throw Error("cannot write the bundle file " + path);
+  }
+  return run(ofctl_, {"-O", "OpenFlow15", "bundle",
+                      "unix:" + dir_ + "/" + options_.bridge + ".mgmt", path});
 }
 
 void Instance::startDaemon(Child& child, const char* name, const std::vector<std::string>& args) {

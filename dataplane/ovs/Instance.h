@@ -56,6 +56,13 @@ class Instance {
   // operands `args`: ofctl("add-flow", {"in_port=1,actions=drop"}). Returns its output; throws
   // Error when it fails.
   std::string ofctl(const std::string& command, const std::vector<std::string>& args = {}) const;
+  // Applies `mods` (lines "flow add ...", "flow delete_strict ...", "group add ...", "group
+  // modify ...", "group delete ...") as one atomic OpenFlow 1.5 bundle: all of them or, when the
+  // switch refuses one, none (Error names the refusal).
+  std::string bundle(const std::string& mods) const;
+  // Adds ports to the bridge, each captured like the ports of the options.
+  void addPorts(const std::vector<Port>& ports);
+  const std::vector<Port>& ports() const { return options_.ports; }
   // Runs ovs-appctl against ovs-vswitchd; returns its output, throws Error when it fails.
   std::string appctl(const std::vector<std::string>& args) const;
   // Runs ovs-vsctl against the private database; returns its output, throws Error when it fails.
@@ -73,6 +80,7 @@ class Instance {
  private:
   std::string program(const char* name) const;
   std::string capturePath(const std::string& port) const;
+  void appendAddPorts(const std::vector<Port>& ports, std::vector<std::string>& args) const;
   std::vector<std::string> environment() const;
   std::string run(const std::string& programPath, const std::vector<std::string>& args) const;
   void start();
