@@ -50,6 +50,8 @@ class Interpreter {
   Interpreter& operator=(const Interpreter&) = delete;
 
   Agent& agent() { return agent_; }
+  // The real dataplane; null with the chip alone.
+  OvsDataplane* ovs() { return ovs_.get(); }
   // Errors reported so far.
   std::size_t errors() const { return errors_; }
 
