@@ -1,9 +1,11 @@
 #include "Instance.h"
+#include "UdpFrame.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -18,79 +20,17 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kEthernetHeader = 14;
-constexpr std::size_t kVlanTag = 4;
-
-std::uint16_t at16(const Bytes& b, std::size_t at) {
-  return static_cast<std::uint16_t>(b[at] << 8 | b[at + 1]);
-}
-
-// The ones' complement sum of `b[begin, end)` folded to 16 bits, added to `sum`.
-std::uint32_t addWords(const Bytes& b, std::size_t begin, std::size_t end, std::uint32_t sum) {
-  for (std::size_t i = begin; i < end; i += 2) {
-    sum += static_cast<std::uint32_t>(b[i] << 8 | (i + 1 < end ? b[i + 1] : 0));
-  }
-  while (sum >> 16) sum = (sum & 0xffff) + (sum >> 16);
-  return sum;
-}
-
-// True when the IPv4 header at `ip` and the UDP datagram after it carry valid checksums.
-bool ipv4Valid(const Bytes& f, std::size_t ip) { return addWords(f, ip, ip + 20, 0) == 0xffff; }
-bool udpValid(const Bytes& f, std::size_t ip) {
-  std::size_t udp = ip + 20;
-  std::uint16_t length = at16(f, udp + 4);
-  std::uint32_t pseudo = addWords(f, ip + 12, ip + 20, 17 + length);
-  return at16(f, udp + 6) != 0 && addWords(f, udp, udp + length, pseudo) == 0xffff;
-}
-
-// An Ethernet frame carrying UDP/IPv4 from 10.1.1.1:1234 to the group 239.1.1.1:5000, with valid
-// checksums.
+// A UDP/IPv4 frame from 10.1.1.1:1234 to the group 239.1.1.1:5000, with valid checksums.
 Bytes multicastUdpFrame() {
-  Bytes payload{'u', 'm', 'o', 'n', 'a', 't'};
-  Bytes f{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x02, 0x00, 0x00, 0x00, 0x00, 0x01, 0x08, 0x00};
-  std::uint16_t udpLength = static_cast<std::uint16_t>(8 + payload.size());
-  std::uint16_t ipLength = static_cast<std::uint16_t>(20 + udpLength);
-  Bytes ip{0x45,
-           0,
-           static_cast<std::uint8_t>(ipLength >> 8),
-           static_cast<std::uint8_t>(ipLength),
-           0,
-           0,
-           0x40,
-           0,
-           64,
-           17,
-           0,
-           0,
-           10,
-           1,
-           1,
-           1,
-           239,
-           1,
-           1,
-           1};
-  Bytes udp{0x04,
-            0xd2,
-            0x13,
-            0x88,
-            static_cast<std::uint8_t>(udpLength >> 8),
-            static_cast<std::uint8_t>(udpLength),
-            0,
-            0};
-  f.insert(f.end(), ip.begin(), ip.end());
-  f.insert(f.end(), udp.begin(), udp.end());
-  f.insert(f.end(), payload.begin(), payload.end());
-  std::size_t ipAt = kEthernetHeader;
-  std::uint16_t ipSum = static_cast<std::uint16_t>(~addWords(f, ipAt, ipAt + 20, 0));
-  f[ipAt + 10] = static_cast<std::uint8_t>(ipSum >> 8);
-  f[ipAt + 11] = static_cast<std::uint8_t>(ipSum);
-  std::uint32_t pseudo = addWords(f, ipAt + 12, ipAt + 20, 17 + udpLength);
-  std::uint16_t udpSum =
-      static_cast<std::uint16_t>(~addWords(f, ipAt + 20, ipAt + 20 + udpLength, pseudo));
-  f[ipAt + 26] = static_cast<std::uint8_t>(udpSum >> 8);
-  f[ipAt + 27] = static_cast<std::uint8_t>(udpSum);
-  return f;
+  Ovs::UdpFrame f;
+  f.dstMac = {0x01, 0x00, 0x5e, 0x01, 0x01, 0x01};
+  f.srcMac = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+  f.srcIp = 0x0a010101;
+  f.dstIp = 0xef010101;
+  f.srcPort = 1234;
+  f.dstPort = 5000;
+  f.payload = {'u', 'm', 'o', 'n', 'a', 't'};
+  return Ovs::encode(f);
 }
 
 // Processes whose command line mentions `text`: the daemons of an instance name its directory.
@@ -139,18 +79,15 @@ TEST(OvsInstanceTest, ReplicatesRewritesAndLeavesNothingBehind) {
   EXPECT_EQ(plain[0], sent);
   EXPECT_TRUE(ovs->transmitted("p1").empty());
 
-  const Bytes& f = tagged[0];
-  ASSERT_EQ(f.size(), sent.size() + kVlanTag);
-  EXPECT_EQ(Bytes(f.begin(), f.begin() + 12), Bytes(sent.begin(), sent.begin() + 12));
-  EXPECT_EQ(at16(f, 12), 0x8100);
-  EXPECT_EQ(at16(f, 14) & 0x0fff, 100);
-  EXPECT_EQ(at16(f, 16), 0x0800);
-  std::size_t ip = kEthernetHeader + kVlanTag;
-  EXPECT_EQ(Bytes(f.begin() + ip + 12, f.begin() + ip + 16), (Bytes{10, 1, 1, 1}));
-  EXPECT_EQ(Bytes(f.begin() + ip + 16, f.begin() + ip + 20), (Bytes{10, 9, 9, 9}));
-  EXPECT_TRUE(ipv4Valid(f, ip));
-  EXPECT_TRUE(udpValid(f, ip));
-  EXPECT_EQ(Bytes(f.end() - 6, f.end()), (Bytes{'u', 'm', 'o', 'n', 'a', 't'}));
+  // The switch recomputed the checksums after rewriting the destination.
+  std::string problem;
+  const Ovs::UdpFrame f = Ovs::decode(tagged[0], problem);
+  EXPECT_EQ(problem, "");
+  EXPECT_EQ(f.vlan, 100);
+  EXPECT_EQ(f.dstMac, (std::array<std::uint8_t, 6>{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01}));
+  EXPECT_EQ(f.srcIp, 0x0a010101u);
+  EXPECT_EQ(f.dstIp, 0x0a090909u);  // 10.9.9.9
+  EXPECT_EQ(f.payload, (Bytes{'u', 'm', 'o', 'n', 'a', 't'}));
 
   auto stop = Clock::now();
   ovs.reset();
