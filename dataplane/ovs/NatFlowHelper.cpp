@@ -105,10 +105,15 @@ NatFlowHelper::NatFlowHelper(Instance& instance, Options options)
 NatFlowHelper::~NatFlowHelper() = default;
 
 void NatFlowHelper::portIs(const Nexo::IntfId& intf, std::uint16_t ofport) {
+  if (port(intf) == ofport) return;
   if (ofport == 0) {
     ports_.erase(intf);
   } else {
     ports_[intf] = ofport;
+  }
+  // The port sets that hold the interface send their copies elsewhere now.
+  for (const auto& [key, ps] : portSets_) {
+    if (std::binary_search(ps.intf.begin(), ps.intf.end(), intf)) dirtyPortSets_.insert(key);
   }
 }
 
@@ -127,6 +132,8 @@ std::uint32_t NatFlowHelper::createNatFlowGroup(const Pelo::String& policy,
     ++id;
   }
   groups_.emplace(id, Group{policy, match, unicast, ++allocations_});
+  dirtyGroups_.insert(id);
+  classifierDirty_ = true;
   return id;
 }
 
@@ -148,6 +155,8 @@ void NatFlowHelper::deleteNatFlowGroup(const Pelo::String& policy, const Pelo::S
     return;
   }
   groups_.erase(it);
+  dirtyGroups_.insert(groupId);
+  classifierDirty_ = true;
 }
 
 std::uint32_t NatFlowHelper::updateNatFlowVlanPortSet(
@@ -164,6 +173,7 @@ std::uint32_t NatFlowHelper::updateNatFlowVlanPortSet(
   entry.dmac = ps->dmac();
   if (portSetId != 0) {
     portSets_[{groupId, portSetId}] = std::move(entry);
+    dirtyPortSets_.insert({groupId, portSetId});
     return portSetId;
   }
   if (portSets_.size() >= options_.portSetCapacity) return 0;
@@ -173,12 +183,19 @@ std::uint32_t NatFlowHelper::updateNatFlowVlanPortSet(
     ++id;
   }
   portSets_.emplace(PortSetKey{groupId, id}, std::move(entry));
+  dirtyPortSets_.insert({groupId, id});
+  dirtyGroups_.insert(groupId);
   return id;
 }
 
 void NatFlowHelper::deleteNatFlowVlanPortSet(std::uint32_t groupId, std::uint32_t portSetId) {
   ++stats_.calls;
-  if (portSets_.erase({groupId, portSetId}) == 0) ++stats_.refused;
+  if (portSets_.erase({groupId, portSetId}) == 0) {
+    ++stats_.refused;
+    return;
+  }
+  dirtyPortSets_.insert({groupId, portSetId});
+  dirtyGroups_.insert(groupId);
 }
 
 bool NatFlowHelper::updateTranslation(std::map<PortSetKey, Translation>& table,
@@ -192,6 +209,7 @@ bool NatFlowHelper::updateTranslation(std::map<PortSetKey, Translation>& table,
   const PortSetKey key{groupId, portSetId};
   if (table.count(key) == 0 && translationCount() >= options_.translationCapacity) return false;
   table[key] = translation;
+  dirtyPortSets_.insert(key);
   return true;
 }
 
@@ -206,7 +224,8 @@ bool NatFlowHelper::updateNatFlowSrcTranslation(std::uint32_t groupId, std::uint
 void NatFlowHelper::deleteNatFlowSrcTranslation(std::uint32_t groupId, std::uint32_t portSetId) {
   ++stats_.calls;
   if (!groupKnown(groupId)) ++stats_.refused;
-  srcTranslations_.erase({groupId, portSetId});
+  if (srcTranslations_.erase({groupId, portSetId}) != 0)
+    dirtyPortSets_.insert({groupId, portSetId});
 }
 
 bool NatFlowHelper::updateNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t portSetId,
@@ -220,11 +239,31 @@ bool NatFlowHelper::updateNatFlowDstTranslation(std::uint32_t groupId, std::uint
 void NatFlowHelper::deleteNatFlowDstTranslation(std::uint32_t groupId, std::uint32_t portSetId) {
   ++stats_.calls;
   if (!groupKnown(groupId)) ++stats_.refused;
-  dstTranslations_.erase({groupId, portSetId});
+  if (dstTranslations_.erase({groupId, portSetId}) != 0)
+    dirtyPortSets_.insert({groupId, portSetId});
 }
 
 NatFlowHelper::OpenFlowState NatFlowHelper::render() const {
   OpenFlowState state;
+  renderFixed(state);
+  renderClassifier(state);
+  for (const auto& [id, group] : groups_) renderGroup(id, state);
+  for (const auto& [key, ps] : portSets_) renderPortSet(key, ps, state);
+  return state;
+}
+
+void NatFlowHelper::renderGroup(std::uint32_t groupId, OpenFlowState& state) const {
+  std::string spec = "group_id=" + std::to_string(groupId) + ",type=all";
+  for (auto it = portSets_.lower_bound({groupId, 0});
+       it != portSets_.end() && it->first.first == groupId; ++it) {
+    spec += ",bucket=actions=set_field:" + std::to_string(groupId) +
+            "->reg1,set_field:" + std::to_string(it->first.second) + "->reg2,resubmit(," +
+            std::to_string(kPortSetTable) + ")";
+  }
+  state.groups[groupId] = std::move(spec);
+}
+
+void NatFlowHelper::renderFixed(OpenFlowState& state) const {
   // OpenFlow sends nothing back out of the port a packet came in on, but a port set's copy to
   // that port is a copy like any other: forgetting the ingress port lets it leave.
   state.flows[flowKey(0, 1, ",vlan_tci=0x1000/0x1000")] =
@@ -237,11 +276,6 @@ NatFlowHelper::OpenFlowState NatFlowHelper::render() const {
   state.flows[flowKey(kRecirculationTable, 2, ",reg0=1")] = "actions=drop";
   state.flows[flowKey(kRecirculationTable, 1, "")] =
       "actions=set_field:1->reg0,resubmit(," + std::to_string(kClassifierTable) + ")";
-  renderClassifier(state);
-  for (const auto& [id, group] : groups_)
-    state.groups[id] = "group_id=" + std::to_string(id) + ",type=all";
-  for (const auto& [key, ps] : portSets_) renderPortSet(key, ps, state);
-  return state;
 }
 
 void NatFlowHelper::renderClassifier(OpenFlowState& state) const {
@@ -313,11 +347,6 @@ void NatFlowHelper::renderClassifier(OpenFlowState& state) const {
 void NatFlowHelper::renderPortSet(const PortSetKey& key, const PortSet& ps,
                                   OpenFlowState& state) const {
   const auto [groupId, portSetId] = key;
-  if (auto group = state.groups.find(groupId); group != state.groups.end()) {
-    group->second += ",bucket=actions=set_field:" + std::to_string(groupId) +
-                     "->reg1,set_field:" + std::to_string(portSetId) + "->reg2,resubmit(," +
-                     std::to_string(kPortSetTable) + ")";
-  }
   // A translation applies only to the copies on the VLAN it was programmed for.
   const auto find = [&](const std::map<PortSetKey, Translation>& table) -> const Translation* {
     const auto it = table.find(key);
@@ -406,9 +435,52 @@ void NatFlowHelper::renderPortSet(const PortSetKey& key, const PortSet& ps,
   }
 }
 
+std::vector<NatFlowHelper::ClassifierInput> NatFlowHelper::classifierInputs() const {
+  std::vector<ClassifierInput> inputs;
+  if (!natStatus_ || groups_.empty()) return inputs;
+  for (const auto& [policyName, policy] : natStatus_->natFlow()) {
+    for (const auto& [matchName, match] : policy->match()) {
+      inputs.push_back({policyName.str(), matchName.str(), match->flow()});
+    }
+  }
+  return inputs;
+}
+
 std::size_t NatFlowHelper::sync() {
   const auto start = Clock::now();
-  const OpenFlowState want = render();
+  // Only the parts of the pipeline that may have changed are rendered again: the port sets and
+  // groups that calls touched, and the classifier when groups came or went or a flow changed.
+  if (!cleared_) {
+    dirtyPortSets_.clear();
+    for (const auto& [key, ps] : portSets_) dirtyPortSets_.insert(key);
+    dirtyGroups_.clear();
+    for (const auto& [id, group] : groups_) dirtyGroups_.insert(id);
+  }
+  std::vector<ClassifierInput> inputs = classifierInputs();
+  const bool classifierChanged = !cleared_ || classifierDirty_ || inputs != classifierInputs_;
+
+  // The new content of each dirty part, and the keys its flows had.
+  struct Part {
+    std::vector<std::string> oldKeys;
+    OpenFlowState now;
+  };
+  std::map<std::pair<int, PortSetKey>, Part> parts;  // (0 fixed | 1 classifier | 2 port set)
+  if (!cleared_) renderFixed(parts[{0, {}}].now);
+  if (classifierChanged) renderClassifier(parts[{1, {}}].now);
+  for (const PortSetKey& key : dirtyPortSets_) {
+    Part& part = parts[{2, key}];
+    if (const auto ps = portSets_.find(key); ps != portSets_.end()) {
+      renderPortSet(key, ps->second, part.now);
+    }
+  }
+  for (auto& [id, part] : parts) {
+    if (const auto keys = partKeys_.find(id); keys != partKeys_.end()) part.oldKeys = keys->second;
+  }
+  OpenFlowState groupsNow;
+  for (const std::uint32_t id : dirtyGroups_) {
+    if (groups_.count(id) != 0) renderGroup(id, groupsNow);
+  }
+
   std::string mods;
   std::size_t count = 0;
   const auto line = [&](const std::string& text) {
@@ -421,7 +493,9 @@ std::size_t NatFlowHelper::sync() {
     line("flow delete");
     line("group delete group_id=all");
   }
-  for (const auto& [id, spec] : want.groups) {
+  // Groups first, so that flows find them; flows before groups go, so that none is left
+  // pointing to a group that is gone.
+  for (const auto& [id, spec] : groupsNow.groups) {
     const auto had = pushed_.groups.find(id);
     if (had == pushed_.groups.end()) {
       line("group add " + spec);
@@ -429,21 +503,51 @@ std::size_t NatFlowHelper::sync() {
       line("group modify " + spec);
     }
   }
-  for (const auto& [key, actions] : pushed_.flows) {
-    if (want.flows.count(key) == 0) line("flow delete_strict " + key);
+  for (const auto& [id, part] : parts) {
+    for (const std::string& key : part.oldKeys) {
+      if (part.now.flows.count(key) == 0) line("flow delete_strict " + key);
+    }
   }
-  for (const auto& [key, actions] : want.flows) {
-    const auto had = pushed_.flows.find(key);
-    if (had == pushed_.flows.end() || had->second != actions)
-      line("flow add " + key + "," + actions);
+  for (const auto& [id, part] : parts) {
+    for (const auto& [key, actions] : part.now.flows) {
+      const auto had = pushed_.flows.find(key);
+      if (had == pushed_.flows.end() || had->second != actions) {
+        line("flow add " + key + "," + actions);
+      }
+    }
   }
-  for (const auto& [id, spec] : pushed_.groups) {
-    if (want.groups.count(id) == 0) line("group delete group_id=" + std::to_string(id));
+  for (const std::uint32_t id : dirtyGroups_) {
+    if (groups_.count(id) == 0 && pushed_.groups.count(id) != 0) {
+      line("group delete group_id=" + std::to_string(id));
+    }
   }
-  if (count == 0) return 0;
-  instance_.bundle(mods);
-  pushed_ = want;
+
+  if (count != 0) instance_.bundle(mods);  // throws, and everything stays dirty, on a refusal
+
+  // The bridge now holds the new parts.
+  for (auto& [id, part] : parts) {
+    for (const std::string& key : part.oldKeys) pushed_.flows.erase(key);
+    std::vector<std::string>& keys = partKeys_[id];
+    keys.clear();
+    for (auto& [key, actions] : part.now.flows) {
+      keys.push_back(key);
+      pushed_.flows[key] = std::move(actions);
+    }
+    if (keys.empty()) partKeys_.erase(id);
+  }
+  for (const std::uint32_t id : dirtyGroups_) {
+    if (auto spec = groupsNow.groups.find(id); spec != groupsNow.groups.end()) {
+      pushed_.groups[id] = std::move(spec->second);
+    } else {
+      pushed_.groups.erase(id);
+    }
+  }
+  dirtyPortSets_.clear();
+  dirtyGroups_.clear();
+  classifierDirty_ = false;
+  classifierInputs_ = std::move(inputs);
   cleared_ = true;
+  if (count == 0) return 0;
   const auto took = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - start);
   ++stats_.syncs;
   stats_.mods += count;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -93,16 +94,23 @@ class NatFlowHelper : public UmoHelper::UmoNatFlowMcastHelper {
 
   // The NAT status the matches' flows are read from; null: no flow is known (nothing is
   // classified).
-  void natStatusIs(Mox::Ptr<const Ip::Nat::Status> natStatus) { natStatus_ = std::move(natStatus); }
+  void natStatusIs(Mox::Ptr<const Ip::Nat::Status> natStatus) {
+    natStatus_ = std::move(natStatus);
+    classifierDirty_ = true;
+  }
   // Copies to `intf` leave through OpenFlow port `ofport` (0: through none).
   void portIs(const Nexo::IntfId& intf, std::uint16_t ofport);
   std::uint16_t port(const Nexo::IntfId& intf) const;
 
   OpenFlowState render() const;
   // Brings the bridge to render() with one bundle of the differences; returns the number of
-  // modifications sent (0: it was consistent, and nothing was sent). Throws Error when the switch
-  // refuses the bundle; the bridge then holds what it held, and the next sync tries again.
+  // modifications sent (0: it was consistent, and nothing was sent). Only what calls touched since
+  // the last sync is rendered again (and the classifier, when a flow changed), so a sync costs
+  // what changed, not what the bridge holds. Throws Error when the switch refuses the bundle; the
+  // bridge then holds what it held, and the next sync tries again.
   std::size_t sync();
+  // What the bridge holds since the last successful sync, as render() writes it.
+  const OpenFlowState& bridgeState() const { return pushed_; }
   // What the bridge holds, in the switch's own words: its groups, then its flows without
   // counters, each sorted.
   std::string dump() const;
@@ -142,7 +150,10 @@ class NatFlowHelper : public UmoHelper::UmoNatFlowMcastHelper {
   }
   bool updateTranslation(std::map<PortSetKey, Translation>& table, std::uint32_t groupId,
                          std::uint32_t portSetId, Translation translation);
+  // The parts of render(): the fixed pipeline, the classifier, one group, one port set's entries.
+  void renderFixed(OpenFlowState& state) const;
   void renderClassifier(OpenFlowState& state) const;
+  void renderGroup(std::uint32_t groupId, OpenFlowState& state) const;
   void renderPortSet(const PortSetKey& key, const PortSet& ps, OpenFlowState& state) const;
 
   Instance& instance_;
@@ -154,10 +165,27 @@ class NatFlowHelper : public UmoHelper::UmoNatFlowMcastHelper {
   std::map<PortSetKey, Translation> srcTranslations_;
   std::map<PortSetKey, Translation> dstTranslations_;
   std::uint64_t allocations_ = 0;
+  // What the classifier is rendered from: the matches' flows by policy and match name.
+  struct ClassifierInput {
+    std::string policy;
+    std::string match;
+    Ip::Nat::NatFlow flow;
+    friend bool operator==(const ClassifierInput&, const ClassifierInput&) = default;
+  };
+  std::vector<ClassifierInput> classifierInputs() const;
+
   // What the bridge holds since the last successful sync; nothing before the first, which also
   // clears whatever the bridge held.
   OpenFlowState pushed_;
   bool cleared_ = false;
+  // The keys of the flows each part rendered at the last sync: (0, -) the fixed pipeline,
+  // (1, -) the classifier, (2, port set) a port set's entries.
+  std::map<std::pair<int, PortSetKey>, std::vector<std::string>> partKeys_;
+  // What changed since the last sync.
+  std::set<PortSetKey> dirtyPortSets_;
+  std::set<std::uint32_t> dirtyGroups_;
+  bool classifierDirty_ = false;
+  std::vector<ClassifierInput> classifierInputs_;
   Stats stats_;
 };
 
