@@ -253,14 +253,14 @@ NatFlowHelper::OpenFlowState NatFlowHelper::render() const {
 }
 
 void NatFlowHelper::renderGroup(std::uint32_t groupId, OpenFlowState& state) const {
-  std::string spec = "group_id=" + std::to_string(groupId) + ",type=all";
+  std::string description = "group_id=" + std::to_string(groupId) + ",type=all";
   for (auto it = portSets_.lower_bound({groupId, 0});
        it != portSets_.end() && it->first.first == groupId; ++it) {
-    spec += ",bucket=actions=set_field:" + std::to_string(groupId) +
-            "->reg1,set_field:" + std::to_string(it->first.second) + "->reg2,resubmit(," +
-            std::to_string(kPortSetTable) + ")";
+    description += ",bucket=actions=set_field:" + std::to_string(groupId) +
+                   "->reg1,set_field:" + std::to_string(it->first.second) + "->reg2,resubmit(," +
+                   std::to_string(kPortSetTable) + ")";
   }
-  state.groups[groupId] = std::move(spec);
+  state.groups[groupId] = std::move(description);
 }
 
 void NatFlowHelper::renderFixed(OpenFlowState& state) const {
@@ -495,12 +495,12 @@ std::size_t NatFlowHelper::sync() {
   }
   // Groups first, so that flows find them; flows before groups go, so that none is left
   // pointing to a group that is gone.
-  for (const auto& [id, spec] : groupsNow.groups) {
+  for (const auto& [id, description] : groupsNow.groups) {
     const auto had = pushed_.groups.find(id);
     if (had == pushed_.groups.end()) {
-      line("group add " + spec);
-    } else if (had->second != spec) {
-      line("group modify " + spec);
+      line("group add " + description);
+    } else if (had->second != description) {
+      line("group modify " + description);
     }
   }
   for (const auto& [id, part] : parts) {
@@ -536,8 +536,8 @@ std::size_t NatFlowHelper::sync() {
     if (keys.empty()) partKeys_.erase(id);
   }
   for (const std::uint32_t id : dirtyGroups_) {
-    if (auto spec = groupsNow.groups.find(id); spec != groupsNow.groups.end()) {
-      pushed_.groups[id] = std::move(spec->second);
+    if (auto description = groupsNow.groups.find(id); description != groupsNow.groups.end()) {
+      pushed_.groups[id] = std::move(description->second);
     } else {
       pushed_.groups.erase(id);
     }
