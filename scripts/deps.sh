@@ -21,6 +21,7 @@ umonat_missing_packages() {
   dpkg -s libclang-rt-14-dev >/dev/null 2>&1 || missing+=(libclang-rt-14-dev)
   command -v nm >/dev/null 2>&1 || missing+=(binutils)
   if [ "$purpose" = test ]; then
+    command -v pkg-config >/dev/null 2>&1 || missing+=(pkg-config)
     PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
       missing+=(openvswitch-switch)
   fi
