@@ -5,6 +5,8 @@
 # The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
 # programs the dataplane tests start privately; the other scripts do not: `umonat_install_deps
 # test` asks for it. Installing it never leaves the system's Open vSwitch service running.
+# `umonat_install_deps bench` (scripts/bench.sh) adds Open vSwitch, Google Benchmark's compare
+# tool with the Python packages it uses, and gnuplot.
 set -euo pipefail
 
 umonat_missing_packages() {
@@ -24,6 +26,14 @@ umonat_missing_packages() {
     command -v pkg-config >/dev/null 2>&1 || missing+=(pkg-config)
     PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
       missing+=(openvswitch-switch)
+  fi
+  if [ "$purpose" = bench ]; then
+    PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
+      missing+=(openvswitch-switch)
+    [ -f /usr/share/benchmark/compare.py ] || missing+=(libbenchmark-tools)
+    /usr/bin/python3 -c 'import scipy' >/dev/null 2>&1 || missing+=(python3-scipy)
+    /usr/bin/python3 -c 'import numpy' >/dev/null 2>&1 || missing+=(python3-numpy)
+    command -v gnuplot >/dev/null 2>&1 || missing+=(gnuplot-nox)
   fi
   echo "${missing[@]:-}"
 }
