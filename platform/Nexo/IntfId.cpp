@@ -2,11 +2,13 @@
 
 #include <array>
 #include <compare>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 namespace Nexo {
 
@@ -36,18 +38,6 @@ std::string quoted(std::string_view text) {
   }
   out += '"';
   return out;
-}
-
-// Compares two runs of decimal digits by numeric value, whatever their length.
-std::strong_ordering compareDigitRuns(std::string_view a, std::string_view b) {
-  const auto stripZeros = [](std::string_view s) {
-    const std::size_t first = s.find_first_not_of('0');
-    return first == std::string_view::npos ? std::string_view() : s.substr(first);
-  };
-  a = stripZeros(a);
-  b = stripZeros(b);
-  if (a.size() != b.size()) return a.size() <=> b.size();
-  return a.compare(b) <=> 0;
 }
 
 std::size_t digitRunEnd(std::string_view s, std::size_t from) {
@@ -86,9 +76,59 @@ std::optional<std::uint16_t> parseVlanIntfNumber(std::string_view name) {
   return static_cast<std::uint16_t>(value);
 }
 
+// The natural-order key of `name`: bytes that compare, bytewise, as the names compare under the
+// natural order (before its bytewise tie-break). A byte that is not a digit stands for itself. A
+// run of digits becomes '0', then the number of its digits without leading zeros, then those
+// digits: against any other byte the run compares as its first digit would (every digit byte
+// lies between the same two non-digit bytes), and against another run by numeric value.
+std::string naturalKey(std::string_view name) {
+  std::string key;
+  key.reserve(name.size() + 8);
+  for (std::size_t i = 0; i < name.size();) {
+    if (!isDigit(name[i])) {
+      key += name[i++];
+      continue;
+    }
+    const std::size_t end = digitRunEnd(name, i);
+    while (i < end && name[i] == '0') ++i;
+    key += '0';
+    key += static_cast<char>(end - i);  // at most kMaxNameLength
+    key.append(name.substr(i, end - i));
+    i = end;
+  }
+  return key;
+}
+
 }  // namespace
 
-IntfId::IntfId(const Pelo::String& name) : name_(name) {
+struct IntfId::Entry {
+  Pelo::String name;
+  std::string key;
+  std::size_t hash = 0;
+};
+
+namespace {
+
+// Every name seen so far, by its text. Never freed: ids may live in objects destroyed at exit.
+std::unordered_map<std::string_view, std::unique_ptr<IntfId::Entry>>& internedNames() {
+  static auto* const names =
+      new std::unordered_map<std::string_view, std::unique_ptr<IntfId::Entry>>();
+  return *names;
+}
+
+const Pelo::String kEmptyName;
+
+}  // namespace
+
+const Pelo::String& IntfId::name() const { return entry_ == nullptr ? kEmptyName : entry_->name; }
+
+IntfId::IntfId(const Pelo::String& name) {
+  if (name.empty()) return;
+  auto& names = internedNames();
+  if (const auto it = names.find(std::string_view(name)); it != names.end()) {
+    entry_ = it->second.get();
+    return;
+  }
   if (name.size() > kMaxNameLength) {
     throw std::invalid_argument("Nexo::IntfId: interface name " + quoted(name) +
                                 " is longer than " + std::to_string(kMaxNameLength) + " bytes");
@@ -99,45 +139,44 @@ IntfId::IntfId(const Pelo::String& name) : name_(name) {
                                   " contains whitespace or a control character");
     }
   }
+  auto entry =
+      std::make_unique<Entry>(Entry{name, naturalKey(name), std::hash<Pelo::String>{}(name)});
+  entry_ = entry.get();
+  names.emplace(std::string_view(entry_->name), std::move(entry));
 }
 
 Pelo::String IntfId::shortName() const {
-  const std::string_view name = name_;
+  const std::string_view name = this->name();
   for (const Abbreviation& abbreviation : kAbbreviations) {
     if (name.size() > abbreviation.prefix.size() && name.starts_with(abbreviation.prefix) &&
         isDigit(name[abbreviation.prefix.size()])) {
       return Pelo::String(abbreviation.shortPrefix) + name.substr(abbreviation.prefix.size());
     }
   }
-  return name_;
+  return this->name();
 }
 
 std::strong_ordering operator<=>(const IntfId& a, const IntfId& b) {
-  const std::string_view x = a.name_;
-  const std::string_view y = b.name_;
-  std::size_t i = 0;
-  std::size_t j = 0;
-  while (i < x.size() && j < y.size()) {
-    if (isDigit(x[i]) && isDigit(y[j])) {
-      const std::size_t iEnd = digitRunEnd(x, i);
-      const std::size_t jEnd = digitRunEnd(y, j);
-      const auto order = compareDigitRuns(x.substr(i, iEnd - i), y.substr(j, jEnd - j));
-      if (std::is_neq(order)) return order;
-      i = iEnd;
-      j = jEnd;
-      continue;
-    }
-    const auto order = static_cast<unsigned char>(x[i]) <=> static_cast<unsigned char>(y[j]);
-    if (std::is_neq(order)) return order;
-    ++i;
-    ++j;
-  }
-  const auto order = (x.size() - i) <=> (y.size() - j);
-  if (std::is_neq(order)) return order;
-  return x.compare(y) <=> 0;
+  if (a.entry_ == b.entry_) return std::strong_ordering::equal;
+  // The empty id has the empty key and name: it sorts first.
+  if (a.entry_ == nullptr) return std::strong_ordering::less;
+  if (b.entry_ == nullptr) return std::strong_ordering::greater;
+  const int byKey = a.entry_->key.compare(b.entry_->key);
+  if (byKey != 0) return byKey <=> 0;
+  // Equal under the natural order ("Et01", "Et1"): plain bytewise order makes it total.
+  return a.entry_->name.str().compare(b.entry_->name.str()) <=> 0;
 }
 
 std::ostream& operator<<(std::ostream& os, const IntfId& id) { return os << id.name(); }
+
+}  // namespace Nexo
+
+std::size_t std::hash<Nexo::IntfId>::operator()(const Nexo::IntfId& id) const noexcept {
+  // The same value as hashing the name, so hashed collections keep their layout.
+  return id.entry_ == nullptr ? std::hash<Pelo::String>{}(Pelo::String()) : id.entry_->hash;
+}
+
+namespace Nexo {
 
 bool VlanIntfId::isVlanIntfId(const IntfId& id) {
   return parseVlanIntfNumber(id.name()).has_value();

@@ -14,6 +14,12 @@ namespace Nexo {
 // "Vlan100"). A value type: copied freely and used as a key in ordered and hashed collections.
 // The empty id names no interface. Ids order naturally, so tables list "Ethernet2" before
 // "Ethernet10" and "Ethernet10" before "Ethernet10/1".
+//
+// Names are interned: an id is one pointer to the process-wide record of its name, made the
+// first time the name is seen and kept for the life of the process. Copying an id copies the
+// pointer, equality compares pointers, and ordering compares a key computed once per name whose
+// bytewise order is the natural order, so ids cost a few instructions as map keys. Not
+// thread-safe, like the rest of the platform: ids are made on the event loop's thread.
 class IntfId {
  public:
   static constexpr std::size_t kMaxNameLength = 64;
@@ -23,22 +29,27 @@ class IntfId {
   // longer than kMaxNameLength bytes. The empty name gives the empty id.
   explicit IntfId(const Pelo::String& name);
 
-  const Pelo::String& name() const { return name_; }
-  bool empty() const { return name_.empty(); }
-  Pelo::String stringValue() const { return name_; }
+  const Pelo::String& name() const;
+  bool empty() const { return entry_ == nullptr; }
+  Pelo::String stringValue() const { return name(); }
   // Returns the name with a known kind prefix abbreviated when a digit follows it
   // ("Ethernet3/1" -> "Et3/1", "Port-Channel10" -> "Po10"); other names come back unchanged.
   Pelo::String shortName() const;
 
-  friend bool operator==(const IntfId& a, const IntfId& b) = default;
+  friend bool operator==(const IntfId& a, const IntfId& b) { return a.entry_ == b.entry_; }
   // Natural order: runs of decimal digits compare by numeric value, other bytes compare
   // bytewise and sort below or above every digit as their byte value says. Names equal under
   // that rule ("Et01", "Et1") fall back to plain bytewise order, so the order is total and
   // agrees with ==.
   friend std::strong_ordering operator<=>(const IntfId& a, const IntfId& b);
 
+  // The interned record of a name; opaque outside IntfId.cpp.
+  struct Entry;
+
  private:
-  Pelo::String name_;
+  friend struct std::hash<IntfId>;
+  // The interned name; null for the empty id.
+  const Entry* entry_ = nullptr;
 };
 
 std::ostream& operator<<(std::ostream& os, const IntfId& id);
@@ -56,7 +67,6 @@ struct VlanIntfId {
 
 template <>
 struct std::hash<Nexo::IntfId> {
-  std::size_t operator()(const Nexo::IntfId& id) const noexcept {
-    return std::hash<Pelo::String>{}(id.name());
-  }
+  // The hash of the name, computed once when the name was interned.
+  std::size_t operator()(const Nexo::IntfId& id) const noexcept;
 };

@@ -10,6 +10,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+#include <string_view>
+
 #include "Nexo/EthAddr.h"
 #include "Nexo/IntfId.h"
 #include "Nexo/IpAddr.h"
@@ -121,6 +125,61 @@ TEST(IntfIdTest, OrderIsNaturalStrictAndTotal) {
   // Digit runs longer than 64 bits still compare by value.
   EXPECT_LT(IntfId(Pelo::String("Et" + std::string(20, '9'))),
             IntfId(Pelo::String("Et1" + std::string(20, '0'))));
+}
+
+// The natural order spelled out directly on the names, as a reference for the ids' precomputed
+// keys.
+std::strong_ordering naturalOrder(std::string_view x, std::string_view y) {
+  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  std::size_t i = 0;
+  std::size_t j = 0;
+  while (i < x.size() && j < y.size()) {
+    if (digit(x[i]) && digit(y[j])) {
+      std::size_t iEnd = i;
+      std::size_t jEnd = j;
+      while (iEnd < x.size() && digit(x[iEnd])) ++iEnd;
+      while (jEnd < y.size() && digit(y[jEnd])) ++jEnd;
+      std::string_view a = x.substr(i, iEnd - i);
+      std::string_view b = y.substr(j, jEnd - j);
+      a.remove_prefix(std::min(a.find_first_not_of('0'), a.size()));
+      b.remove_prefix(std::min(b.find_first_not_of('0'), b.size()));
+      if (a.size() != b.size()) return a.size() <=> b.size();
+      if (const int c = a.compare(b); c != 0) return c <=> 0;
+      i = iEnd;
+      j = jEnd;
+      continue;
+    }
+    const auto order = static_cast<unsigned char>(x[i]) <=> static_cast<unsigned char>(y[j]);
+    if (std::is_neq(order)) return order;
+    ++i;
+    ++j;
+  }
+  if (const auto order = (x.size() - i) <=> (y.size() - j); std::is_neq(order)) return order;
+  return x.compare(y) <=> 0;
+}
+
+// Random names over digits, letters and the bytes just below and above the digits, compared
+// pairwise: the ids must order exactly as the names do, and be equal exactly when the names are.
+TEST(IntfIdTest, OrderMatchesTheNaturalOrderOfTheNames) {
+  std::mt19937 rng(5);
+  const std::string alphabet = "0001239/:AEat-";
+  std::vector<std::string> names;
+  for (int n = 0; n < 400; ++n) {
+    std::string name;
+    for (std::size_t len = rng() % 9; len > 0; --len) name += alphabet[rng() % alphabet.size()];
+    names.push_back(name);
+  }
+  for (const std::string& x : names) {
+    for (const std::string& y : names) {
+      const IntfId a{Pelo::String(x)};
+      const IntfId b{Pelo::String(y)};
+      ASSERT_EQ(a <=> b, naturalOrder(x, y)) << '"' << x << "\" vs \"" << y << '"';
+      ASSERT_EQ(a == b, x == y);
+      if (a == b) {
+        ASSERT_EQ(std::hash<IntfId>{}(a), std::hash<Pelo::String>{}(Pelo::String(x)));
+      }
+    }
+  }
 }
 
 using NamePair = std::pair<const char*, const char*>;
