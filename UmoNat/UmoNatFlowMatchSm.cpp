@@ -183,6 +183,11 @@ void UmoNatFlowMatchSm::deleteNatFlowGroups() {
 }
 
 bool UmoNatFlowMatchSm::handleGroupNumUpdate() {
+  if (!initialized_) return handleGroupNumUpdate(0);
+  return handleGroupNumUpdate(getGroupNum());
+}
+
+bool UmoNatFlowMatchSm::handleGroupNumUpdate(std::uint32_t wanted) {
   MOX_TRACE(traceHandle, 2,
             MATCH_ENTRY("handleGroupNumUpdate") << ", flow: " << matchStatus_->flow());
   SKIMTRACE("UmoNatFlowMatchSm::handleGroupNumUpdate policy %s match %s", policy_, match());
@@ -190,7 +195,6 @@ bool UmoNatFlowMatchSm::handleGroupNumUpdate() {
   MOX_ASSERT(hwMatchStatus());
   hwMatchStatus_->flowIs(matchStatus_->flow());
   const std::uint32_t current = matchSmStatus_->groupNum();
-  const std::uint32_t wanted = getGroupNum();
   MOX_TRACE(traceHandle, 2, "Current groups num: " << current << ", new: " << wanted);
   if (wanted == current) return false;
   for (const auto& [name, action] : actionSm_) action->handleGroupNum(wanted);
@@ -217,11 +221,15 @@ void UmoNatFlowMatchSm::handleNatFlow() {
 }
 
 void UmoNatFlowMatchSm::handleNatFlowAction(const Pelo::String& name) {
+  handleNatFlowAction(name, initialized_ ? getGroupNum() : 0);
+}
+
+void UmoNatFlowMatchSm::handleNatFlowAction(const Pelo::String& name, std::uint32_t groupNum) {
   MOX_TRACE(traceHandle, 2, MATCH_ENTRY("handleNatFlowAction") << ", action: " << name);
   SKIMTRACE("UmoNatFlowMatchSm::handleNatFlowAction policy %s match %s action %s", policy_, match(),
             name);
   if (!initialized_) return;
-  handleGroupNumUpdate();
+  handleGroupNumUpdate(groupNum);
   if (auto actionStatus = matchStatus_->action(name)) {
     MOX_TRACE(traceHandle, 2, "Create actionSm");
     actionSmIs(policy_, name, matchStatus_, actionStatus, hwMatchStatus_, matchSmStatus_,
@@ -243,7 +251,10 @@ void UmoNatFlowMatchSm::handleInitialized() {
   initialized_ = true;
   handleNatFlow();
   MOX_ASSERT(matchStatus());
-  for (const auto& [name, action] : matchStatus_->action()) handleNatFlowAction(name);
+  // The group count follows from the NAT status alone, which creating the action state machines
+  // does not change: counted once, not once per action, the scan stays linear in the actions.
+  const std::uint32_t groupNum = getGroupNum();
+  for (const auto& [name, action] : matchStatus_->action()) handleNatFlowAction(name, groupNum);
 }
 
 void UmoNatFlowMatchSm::doCleanup() {

@@ -132,6 +132,10 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
   void doCleanup() override;
 
  private:
+  // handleGroupNumUpdate and handleNatFlowAction with the group count the NAT
+  // status gives, counted by the caller (getGroupNum walks every action).
+  bool handleGroupNumUpdate(std::uint32_t wanted);
+  void handleNatFlowAction(const Pelo::String& name, std::uint32_t groupNum);
   void matchStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                            const Pelo::Key& key);
   // What destruction undoes after doCleanup: the retry entry, the

@@ -10,7 +10,7 @@ std::string port(std::size_t i) { return "Ethernet" + std::to_string(i % 48 + 1)
 
 }  // namespace
 
-Switch::Switch(std::size_t actions, std::size_t special)
+Switch::Switch(std::size_t actions, std::size_t special, std::size_t actionsPerMatch)
     : scheduler(Mox::makePtr<Vyr::TaskScheduler>()),
       status(Mox::makePtr<Ip::Nat::Status>()),
       hwStatus(Mox::makePtr<Ip::Nat::HwNatFlowStatus>()),
@@ -42,7 +42,7 @@ Switch::Switch(std::size_t actions, std::size_t special)
   }
   auto policy = status->natFlowIs("P");
   for (std::size_t i = 0; i < actions; ++i) {
-    auto match = policy->matchIs("M" + std::to_string(i / 10));
+    auto match = policy->matchIs("M" + std::to_string(i / actionsPerMatch));
     match->flowIs(
         Ip::Nat::NatFlow(Nexo::IpAddr("10.0.0.0"), 0, 8, Nexo::IpAddr("239.1.1.1"), 5000, 32));
     auto action = match->actionIs("A" + std::to_string(i));

@@ -50,12 +50,12 @@ class CountingHelper : public UmoHelper::UmoNatFlowMcastHelper {
 
 // A switch with VLANs 10, 20 and 30 whose members Ethernet1..48 all forward in
 // one topology, with an SVI up for each VLAN, and NAT actions in matches of
-// ten actions each. Action i egresses on Ethernet(i % 48 + 1) in VLAN 10 and
+// ten actions each (`actionsPerMatch`). Action i egresses on Ethernet(i % 48 + 1) in VLAN 10 and
 // on Ethernet((i + 7) % 48 + 1) in VLAN 20: two port sets each. The first
 // `special` actions use Ethernet49 instead of their VLAN 10 port, so that an
 // event on Ethernet49 touches exactly them.
 struct Switch {
-  explicit Switch(std::size_t actions, std::size_t special = 0);
+  explicit Switch(std::size_t actions, std::size_t special = 0, std::size_t actionsPerMatch = 10);
   ~Switch();
   void start();
   // Heap bytes in use, from the allocator.

@@ -37,6 +37,31 @@ BENCHMARK(BM_ProgramFromScratch)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(3);
 
+// Start-up with all N actions in one match: the time per action must not grow with N.
+void BM_StartUpActionsInOneMatch(benchmark::State& state) {
+  const auto n = static_cast<std::size_t>(state.range(0));
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto* sw = new UmoNatBench::Switch(n, 0, n);
+    state.ResumeTiming();
+    sw->start();
+    state.PauseTiming();
+    delete sw;
+    state.ResumeTiming();
+  }
+  // Seconds per action (printed with an SI prefix: "5u" is 5 us).
+  state.counters["per_action"] =
+      benchmark::Counter(static_cast<double>(n), benchmark::Counter::kIsIterationInvariantRate |
+                                                     benchmark::Counter::kInvert);
+  state.SetComplexityN(state.range(0));
+}
+BENCHMARK(BM_StartUpActionsInOneMatch)
+    ->RangeMultiplier(10)
+    ->Range(10, 10000)
+    ->Iterations(3)
+    ->Complexity()
+    ->Unit(benchmark::kMillisecond);
+
 // Ethernet49 turns from a trunk into an access port of VLAN 1 and back: its
 // k actions are queued, re-run, and lose (then regain) the port in their
 // VLAN 10 port set; the other N - k are not touched.
