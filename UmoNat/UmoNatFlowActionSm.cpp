@@ -63,16 +63,17 @@ void UmoNatFlowActionSm::actionStatusDispatch(const Pelo::Publisher& /*publisher
   handleNatFlowAction(false);
 }
 
-std::vector<UmoNatFlowActionSm::GroupUse> UmoNatFlowActionSm::groupUses(NatFlowType ft) const {
+UmoNatFlowActionSm::GroupUses UmoNatFlowActionSm::groupUses(NatFlowType ft) const {
   // The first group carries the port sets of the action's own type (unicast
   // ones without a destination type). With two groups, a typed action holds a
   // second id for the same port sets in the second group, while an action
   // without a destination puts its multicast port sets there.
-  std::vector<GroupUse> uses{
-      {hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast, false}};
+  GroupUses uses;
+  uses.use[uses.count++] = {hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast,
+                            false};
   if (matchSmStatus_->groupNum() == 2) {
-    uses.push_back({hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
-                    ft != NatFlowType::natFlowTypeNone});
+    uses.use[uses.count++] = {hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
+                              ft != NatFlowType::natFlowTypeNone};
   }
   return uses;
 }

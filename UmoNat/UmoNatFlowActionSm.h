@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -121,7 +122,14 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
     bool unicast;
     bool portSetId2;
   };
-  std::vector<GroupUse> groupUses(Ip::Nat::NatFlowType ft) const;
+  // One or two uses, kept in place: a pass asks for them twice.
+  struct GroupUses {
+    std::array<GroupUse, 2> use{};
+    std::size_t count = 0;
+    const GroupUse* begin() const { return use.data(); }
+    const GroupUse* end() const { return use.data() + count; }
+  };
+  GroupUses groupUses(Ip::Nat::NatFlowType ft) const;
 
   Pelo::String policy_;
   Pelo::String match_;

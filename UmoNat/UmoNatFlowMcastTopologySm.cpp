@@ -1,5 +1,7 @@
 #include "UmoNat/UmoNatFlowMcastTopologySm.h"
 
+#include <algorithm>
+
 #include "Mox/Assert.h"
 #include "Mox/Trace.h"
 #include "Skimtrace/Skimtrace.h"
@@ -18,6 +20,13 @@ struct ActionNames {
 std::ostream& operator<<(std::ostream& os, ActionNames n) {
   return os << ", policy: " << n.actionSm->policy() << ", match: " << n.actionSm->match()
             << ", action: " << n.actionSm->action();
+}
+
+// Inserts `key` into the ascending, duplicate-free `keys`.
+template <class Key>
+void insertSorted(std::vector<Key>& keys, const Key& key) {
+  const auto at = std::lower_bound(keys.begin(), keys.end(), key);
+  if (at == keys.end() || *at != key) keys.insert(at, key);
 }
 
 // Inserts `actionSm` into the index entry of `key`, creating the entry.
@@ -239,20 +248,20 @@ void UmoNatFlowMcastTopologySm::addActionSmIntf(const Nexo::IntfId& intf,
                                                 UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmIntf" << ActionNames{actionSm} << ", intf: " << intf);
   indexAdd(actionIntf_, intf, actionSm, UmoNatflowActionSmIntfIs);
-  registrations_[actionSm].intf.insert(intf);
+  insertSorted(registrations_[actionSm].intf, intf);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmVlan" << ActionNames{actionSm} << ", vlan: " << vlan);
   indexAdd(actionVlan_, vlan, actionSm, UmoNatflowActionSmVlanIs);
-  registrations_[actionSm].vlan.insert(vlan);
+  insertSorted(registrations_[actionSm].vlan, vlan);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmMac(const Nexo::EthAddr& mac,
                                                UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmMac" << ActionNames{actionSm} << ", mac: " << mac);
   indexAdd(actionMac_, mac, actionSm, UmoNatflowActionSmMacIs);
-  registrations_[actionSm].mac.insert(mac);
+  insertSorted(registrations_[actionSm].mac, mac);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmRecirc(UmoNatFlowActionSm* actionSm) {
@@ -275,8 +284,14 @@ void UmoNatFlowMcastTopologySm::withdraw(UmoNatFlowActionSm* actionSm, bool trac
   // walk over the whole index would meet them.
   auto it = registrations_.find(actionSm);
   if (it != registrations_.end()) {
-    const Registrations keys = std::move(it->second);
-    registrations_.erase(it);
+    // The keys are taken out before the index changes. A pass keeps the record, and the room of
+    // its lists, for the keys it registers next; a dying action takes it with it.
+    Registrations keys = std::move(it->second);
+    if (traced) {
+      it->second = Registrations{};
+    } else {
+      registrations_.erase(it);
+    }
     for (const Nexo::IntfId& intf : keys.intf) {
       if (indexDel(actionIntf_, intf, actionSm) && traced) {
         MOX_TRACE(traceHandle, 4, "Removed actionIntf for intf " << intf);
@@ -290,6 +305,15 @@ void UmoNatFlowMcastTopologySm::withdraw(UmoNatFlowActionSm* actionSm, bool trac
     for (const Nexo::EthAddr& mac : keys.mac) {
       if (indexDel(actionMac_, mac, actionSm) && traced) {
         MOX_TRACE(traceHandle, 4, "Removed actionMac for mac " << mac);
+      }
+    }
+    if (traced) {
+      keys.intf.clear();
+      keys.vlan.clear();
+      keys.mac.clear();
+      if (auto again = registrations_.find(actionSm);
+          again != registrations_.end() && again->second.empty()) {
+        again->second = std::move(keys);
       }
     }
   }

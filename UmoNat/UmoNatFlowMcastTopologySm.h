@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <set>
 #include <unordered_map>
+#include <vector>
 
 #include "Bridging/Config.h"
 #include "Bridging/Topology.h"
@@ -158,7 +159,8 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   // Whether `actionSm` is registered under any key: only then can a change
   // notification queue it for a pass with the flow type it last recorded.
   bool actionSmIndexed(const UmoNatFlowActionSm* actionSm) const {
-    return registrations_.contains(actionSm) || actionRecirc_.contains(actionSm);
+    const auto it = registrations_.find(actionSm);
+    return (it != registrations_.end() && !it->second.empty()) || actionRecirc_.contains(actionSm);
   }
   void addActionSmIntf(const Nexo::IntfId& intf, UmoNatFlowActionSm* actionSm);
   void addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm);
@@ -211,10 +213,14 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
 
   // The keys one action is registered under, so that withdrawing it costs
   // only its own keys.
+  // The keys an action is registered under, each kind ascending and without
+  // duplicates. Sorted vectors: the few keys of an action fit, and clearing
+  // them keeps their room for the next pass.
   struct Registrations {
-    std::set<Nexo::IntfId> intf;
-    std::set<std::uint16_t> vlan;
-    std::set<Nexo::EthAddr> mac;
+    std::vector<Nexo::IntfId> intf;
+    std::vector<std::uint16_t> vlan;
+    std::vector<Nexo::EthAddr> mac;
+    bool empty() const { return intf.empty() && vlan.empty() && mac.empty(); }
   };
 
   void bridgingTopoDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,

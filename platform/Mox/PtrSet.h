@@ -88,8 +88,16 @@ class PtrSet {
   // Inserts `member` at the end unless it is already there; returns whether it
   // was inserted.
   bool is(T* member) {
-    auto [it, inserted] = index_.try_emplace(member, slots_.size());
-    if (!inserted) return false;
+    if (index_.count(member) != 0) return false;
+    if (spare_.empty()) {
+      index_.emplace(member, slots_.size());
+    } else {
+      // The node of the last member removed: a member taken out and put back, as the action
+      // index does on every programming pass, costs no allocation.
+      spare_.key() = member;
+      spare_.mapped() = slots_.size();
+      index_.insert(std::move(spare_));
+    }
     slots_.push_back(member);
     return true;
   }
@@ -98,7 +106,7 @@ class PtrSet {
     auto it = index_.find(member);
     if (it == index_.end()) return false;
     slots_[it->second] = nullptr;  // positions stay put for the walks under way
-    index_.erase(it);
+    spare_ = index_.extract(it);
     compactIfSparse();
     return true;
   }
@@ -127,7 +135,9 @@ class PtrSet {
   // Members in insertion order; null where one was removed.
   mutable std::vector<T*> slots_;
   mutable std::unordered_map<const T*, std::size_t> index_;  // member to slot
-  mutable std::size_t walks_ = 0;                            // iterators alive
+  // One node kept from the last removal, for the next insertion.
+  typename std::unordered_map<const T*, std::size_t>::node_type spare_;
+  mutable std::size_t walks_ = 0;  // iterators alive
 };
 
 }  // namespace Mox
