@@ -23,6 +23,7 @@ void BM_BacklogRunOf100(benchmark::State& state) {
   }
   const auto& task = topo->actionSmUpdateBacklogTask();
   std::size_t next = 0;
+  std::size_t allocations = 0;
   for (auto _ : state) {
     state.PauseTiming();
     for (int k = 0; k < 100; ++k) {
@@ -30,9 +31,13 @@ void BM_BacklogRunOf100(benchmark::State& state) {
       next = (next + 1) % actions.size();
     }
     task->scheduleTaskDelay(0);
+    const std::size_t before = UmoNatBench::allocationCount();
     state.ResumeTiming();
     sw.scheduler->runDue();
+    allocations += UmoNatBench::allocationCount() - before;
   }
+  state.counters["allocs/pass"] =
+      static_cast<double>(allocations) / (100.0 * static_cast<double>(state.iterations()));
   state.SetItemsProcessed(state.iterations() * 100);
   state.SetComplexityN(state.range(0));
 }

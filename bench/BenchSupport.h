@@ -74,4 +74,7 @@ struct Switch {
   Mox::Ptr<UmoNatFlowMcastSm> root;
 };
 
+// Allocations (operator new) made by the program so far.
+std::size_t allocationCount();
+
 }  // namespace UmoNatBench
