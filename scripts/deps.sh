@@ -3,8 +3,9 @@
 # Sourced by the other scripts; does nothing when everything is present.
 #
 # The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
-# programs the dataplane tests start privately; the other scripts do not: `umonat_install_deps
-# test` asks for it. Installing it never leaves the system's Open vSwitch service running.
+# programs the dataplane tests start privately, and python3-pexpect, with which the shell test
+# types at the simulator; the other scripts do not: `umonat_install_deps test` asks for them.
+# Installing them never leaves the system's Open vSwitch service running.
 set -euo pipefail
 
 umonat_missing_packages() {
@@ -23,6 +24,8 @@ umonat_missing_packages() {
   if [ "$purpose" = test ]; then
     PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
       missing+=(openvswitch-switch)
+    # The interactive shell's test types at it in a pseudo-terminal.
+    python3 -c 'import pexpect' >/dev/null 2>&1 || missing+=(python3-pexpect)
   fi
   echo "${missing[@]:-}"
 }

@@ -1,9 +1,6 @@
 // umonat-sim: runs the NAT flow system against a simulated switch and chip, driven by scenario
 // scripts (docs/scenario-language.md).
 
-#include <readline/history.h>
-#include <readline/readline.h>
-
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -21,7 +18,7 @@
 #include "sim/DefaultScenario.h"
 #include "sim/HistoryGenerator.h"
 #include "sim/Interpreter.h"
-#include "sim/LineParser.h"
+#include "sim/Shell.h"
 
 namespace {
 
@@ -42,7 +39,10 @@ void printUsage(std::ostream& os) {
         "                     input. Each line is echoed (\"> line\") before its output. The run\n"
         "                     stops at the first error and exits with status 1.\n"
         "  --keep-going, -k   report every bad line and go on; still exit with status 1\n"
-        "  --interactive, -i  read commands at a prompt, with line editing and history\n"
+        "  --interactive, -i  read commands at a prompt: line editing, Tab completion, '?' lists\n"
+        "                     what may come next, 'help COMMAND', history across sessions in\n"
+        "                     $UMONAT_SIM_HISTORY (default ~/.umonat_sim_history); Ctrl-C drops\n"
+        "                     the line, 'exit' or Ctrl-D leaves\n"
         "  --dataplane ovs    also program a private Open vSwitch (started in a temporary\n"
         "                     directory and stopped at the end) through its own hardware helper,\n"
         "                     kept in step with the chip after every line; 'send' then injects a\n"
@@ -143,18 +143,12 @@ std::optional<std::uint32_t> number(std::string_view text) {
 }
 
 int runInteractive() {
-  std::cout << "umonat-sim: 'help' lists the commands; 'quit' or Ctrl-D leaves.\n";
-  rl_readline_name = "umonat-sim";
-  using_history();
   Sim::Interpreter interpreter(std::cout, std::cerr, /*echo=*/false, dataplane);
-  std::size_t line = 0;
-  while (char* input = readline("umonat-sim> ")) {
-    const std::string text(input);
-    std::free(input);
-    ++line;
-    if (!Sim::LineParser::split(text).empty()) add_history(text.c_str());
-    if (interpreter.runLine(text, "interactive", line) == Sim::Interpreter::Outcome::quit) break;
-  }
+  std::cout << "umonat-sim: 'help' lists the commands, '?' what may come next, Tab completes; "
+               "'exit' or Ctrl-D leaves.\n";
+  std::cout.flush();
+  Sim::Shell shell(interpreter, Sim::Shell::defaultHistoryFile());
+  shell.run();
   const bool clean = interpreter.finish();
   std::cout.flush();
   return clean ? kExitOk : kExitFailed;
