@@ -74,18 +74,20 @@ void Shell::run() {
   stifle_history(kHistoryLines);
   if (!historyFile_.empty()) read_history(historyFile_.c_str());
 
+  interrupted = 0;
   rl_callback_handler_install(kPrompt, &Shell::acceptLine);
   const int input = fileno(rl_instream);
   while (!done_) {
-    fd_set ready;
-    FD_ZERO(&ready);
-    FD_SET(input, &ready);
-    const int count = pselect(input + 1, &ready, nullptr, nullptr, nullptr, &waiting);
+    // Readline may let SIGINT in while it reads a key, so the flag is looked at before each wait.
     if (interrupted != 0) {
       interrupted = 0;
       cancelLine();
       continue;
     }
+    fd_set ready;
+    FD_ZERO(&ready);
+    FD_SET(input, &ready);
+    const int count = pselect(input + 1, &ready, nullptr, nullptr, nullptr, &waiting);
     if (count < 0) {
       if (errno == EINTR) continue;
       std::cerr << "umonat-sim: cannot read the terminal: " << std::strerror(errno) << "\n";

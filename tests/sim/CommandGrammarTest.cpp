@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sim/Interpreter.h"
@@ -121,6 +124,41 @@ TEST_F(CommandGrammarTest, ExplainsWhyALineCannotGoOn) {
   EXPECT_EQ(grammar.next("show tabel ", names).problem, "'tabel' is not expected after 'show'");
   EXPECT_EQ(grammar.next("show x", names).problem, "'x' is not expected after 'show'");
   EXPECT_EQ(grammar.next("zzz", names).problem, "unknown command 'zzz'; 'help' lists the commands");
+}
+
+// A line of `syntax` with every optional group given, the first alternative of each choice and
+// one word for a repeated one; placeholders stay as they are, values the grammar does not check.
+std::string instanceOf(std::string_view syntax) {
+  std::string line;
+  std::istringstream words{std::string(syntax)};
+  for (std::string word; words >> word;) {
+    if (word.front() == '[') word.erase(0, 1);
+    if (std::count(word.begin(), word.end(), ']') > std::count(word.begin(), word.end(), '[')) {
+      word.pop_back();
+    }
+    word = word.substr(0, word.find('|'));
+    if (word.ends_with("...")) word.resize(word.size() - 3);
+    line += (line.empty() ? "" : " ") + word;
+  }
+  return line;
+}
+
+// Every form of the table is a line the grammar takes to its end, each keyword completing from its
+// first letter on the way: a syntax the grammar misreads would leave the shell unable to help.
+TEST_F(CommandGrammarTest, TakesEveryFormOfTheCommandTable) {
+  for (const Sim::CommandForm& form : Sim::Interpreter::commandForms()) {
+    const std::string line = instanceOf(form.syntax);
+    SCOPED_TRACE(line);
+    const auto listing = grammar.next(line + " ", names);
+    EXPECT_EQ(listing.problem, "");
+    EXPECT_THAT(nextWords(line + " "), testing::Contains("<cr>"));
+    std::string typed;
+    std::istringstream words(line);
+    for (std::string word; words >> word; typed += word + " ") {
+      if (std::islower(static_cast<unsigned char>(word.front())) == 0) continue;
+      EXPECT_THAT(complete(typed + word.front()), testing::Contains(word));
+    }
+  }
 }
 
 TEST(CommandGrammar, FormatsOneAlignedLinePerChoice) {
