@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs when they are missing.
-# Sourced by the other scripts; does nothing when everything is present.
+# Sourced by the other scripts; does nothing when everything is present. The purpose
+# `run` asks only for what building and running the simulator needs.
 #
 # The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
 # programs the dataplane tests start privately, and python3-pexpect, with which the shell test
@@ -14,6 +15,15 @@ umonat_missing_packages() {
   command -v cmake >/dev/null 2>&1 || missing+=(cmake)
   command -v ninja >/dev/null 2>&1 || missing+=(ninja-build)
   command -v g++ >/dev/null 2>&1 || missing+=(g++)
+  # Running the simulator (scripts/run.sh) builds it alone: no test, benchmark or fuzzing tools.
+  if [ "$purpose" = run ]; then
+    if [[ ${CXX:-g++} == clang* ]]; then
+      command -v clang++ >/dev/null 2>&1 || missing+=(clang)
+    fi
+    [ -f /usr/include/readline/readline.h ] || missing+=(libreadline-dev)
+    echo "${missing[@]:-}"
+    return
+  fi
   command -v clang++ >/dev/null 2>&1 || missing+=(clang)
   [ -f /usr/include/gtest/gtest.h ] || missing+=(libgtest-dev)
   [ -f /usr/include/gmock/gmock.h ] || missing+=(libgmock-dev)

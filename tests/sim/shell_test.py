@@ -90,6 +90,7 @@ class ShellTest(unittest.TestCase):
         shell = self.start()
         self.run_line(shell, "policy kept")
         shell.send("policy dropped")
+        shell.expect_exact("policy dropped")
         shell.sendintr()
         shell.expect_exact("^C")
         shell.expect_exact(PROMPT)
@@ -111,6 +112,15 @@ class ShellTest(unittest.TestCase):
         self.leave(shell, "exit\r")
         with open(self.history) as f:
             self.assertEqual(f.read().split("\n")[-4:], ["help start", "help start", "exit", ""])
+
+    def test_a_file_runs_before_the_prompt_in_the_same_simulation(self):
+        scenario = os.path.join(self.dir.name, "setup.scn")
+        with open(scenario, "w") as f:
+            f.write("policy fromfile\n")
+        shell = self.start(scenario)
+        self.assertIn("> policy fromfile", shell.before)
+        self.assertIn("policy fromfile", self.run_line(shell, "show inputs"))
+        self.leave(shell, "exit\r")
 
 
 if __name__ == "__main__":
