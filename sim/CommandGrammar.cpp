@@ -394,6 +394,8 @@ std::string closestWord(std::string_view word, const std::vector<std::string>& c
   std::string best;
   std::size_t bestDistance = 3;
   for (const std::string& candidate : candidates) {
+    // Words whose lengths differ by more than two are more than two edits apart.
+    if (word.size() > candidate.size() + 2 || candidate.size() > word.size() + 2) continue;
     const std::size_t d = distance(word, candidate);
     if (d < bestDistance && d < word.size()) {
       best = candidate;
