@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs when they are missing.
-# Sourced by the other scripts; does nothing when everything is present.
+# Sourced by the other scripts; does nothing when everything is present. The purpose
+# `run` asks only for what building and running the simulator needs.
 #
 # The test command (scripts/test.sh) also needs Open vSwitch (openvswitch-switch), whose
-# programs the dataplane tests start privately; the other scripts do not: `umonat_install_deps
-# test` asks for it. Installing it never leaves the system's Open vSwitch service running.
+# programs the dataplane tests start privately, and python3-pexpect, with which the shell test
+# types at the simulator; the other scripts do not: `umonat_install_deps test` asks for them.
+# Installing them never leaves the system's Open vSwitch service running.
 # `umonat_install_deps bench` (scripts/bench.sh) adds Open vSwitch, Google Benchmark's compare
 # tool with the Python packages it uses, and gnuplot.
 set -euo pipefail
@@ -15,6 +17,15 @@ umonat_missing_packages() {
   command -v cmake >/dev/null 2>&1 || missing+=(cmake)
   command -v ninja >/dev/null 2>&1 || missing+=(ninja-build)
   command -v g++ >/dev/null 2>&1 || missing+=(g++)
+  # Running the simulator (scripts/run.sh) builds it alone: no test, benchmark or fuzzing tools.
+  if [ "$purpose" = run ]; then
+    if [[ ${CXX:-g++} == clang* ]]; then
+      command -v clang++ >/dev/null 2>&1 || missing+=(clang)
+    fi
+    [ -f /usr/include/readline/readline.h ] || missing+=(libreadline-dev)
+    echo "${missing[@]:-}"
+    return
+  fi
   command -v clang++ >/dev/null 2>&1 || missing+=(clang)
   [ -f /usr/include/gtest/gtest.h ] || missing+=(libgtest-dev)
   [ -f /usr/include/gmock/gmock.h ] || missing+=(libgmock-dev)
@@ -26,6 +37,9 @@ umonat_missing_packages() {
     command -v pkg-config >/dev/null 2>&1 || missing+=(pkg-config)
     PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||
       missing+=(openvswitch-switch)
+    # The interactive shell's test types at it in a pseudo-terminal.
+    python3 -c 'import pexpect' >/dev/null 2>&1 || /usr/bin/python3 -c 'import pexpect' \
+      >/dev/null 2>&1 || missing+=(python3-pexpect)
   fi
   if [ "$purpose" = bench ]; then
     PATH="$PATH:/usr/sbin:/sbin" command -v ovs-vswitchd >/dev/null 2>&1 ||

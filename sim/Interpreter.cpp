@@ -713,9 +713,19 @@ Prepared traceCommand(LineParser& p, Context& c) {
   return {[config] { Mox::traceLevelsIs(config); }};
 }
 
+const Command* findCommand(std::string_view name);
+std::string unknownCommand(std::string_view name);
+void printForm(std::ostream& os, const Form& form);
+
 Prepared helpCommand(LineParser& p, Context& c) {
+  if (p.atEnd()) return {[&c] { Interpreter::printHelp(c.out); }};
+  const std::string name = p.word("a command");
   p.end();
-  return {[&c] { Interpreter::printHelp(c.out); }};
+  const Command* command = findCommand(name);
+  if (command == nullptr) throw ScenarioError(unknownCommand(name));
+  return {[&c, command] {
+    for (const Form& form : command->forms) printForm(c.out, form);
+  }};
 }
 
 Prepared quitCommand(LineParser& p, Context& /*c*/) {
@@ -837,8 +847,12 @@ const std::vector<Command>& commands() {
         {"trace off", "turn every trace off"},
         {"trace", "print the trace levels"}},
        traceCommand},
-      {"help", "session", {{"help", "print this list"}}, helpCommand},
+      {"help",
+       "session",
+       {{"help", "print this list"}, {"help COMMAND", "print the forms of a command"}},
+       helpCommand},
       {"quit", "session", {{"quit", "end the session"}}, quitCommand},
+      {"exit", "session", {{"exit", "end the session, as quit does"}}, quitCommand},
   };
   return table;
 }
@@ -848,6 +862,22 @@ const Command* findCommand(std::string_view name) {
     if (name == command.name) return &command;
   }
   return nullptr;
+}
+
+std::string unknownCommand(std::string_view name) {
+  std::vector<std::string> names;
+  for (const Command& command : commands()) names.emplace_back(command.name);
+  return unknownCommandMessage(name, names);
+}
+
+void printForm(std::ostream& os, const Form& form) {
+  // Long forms put their description on a line of its own.
+  const std::string syntax = form.syntax;
+  if (syntax.size() > kHelpColumn) {
+    os << "  " << syntax << "\n" << std::string(kHelpColumn + 4, ' ') << form.help << "\n";
+    return;
+  }
+  os << "  " << syntax << std::string(kHelpColumn + 2 - syntax.size(), ' ') << form.help << "\n";
 }
 
 // The forms of `command` for a report about `line`: those whose second word is the line's second
@@ -958,7 +988,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
   const std::string name = parser.word("a command");
   const Command* command = findCommand(name);
   if (command == nullptr) {
-    reportError("unknown command " + quoted(name) + "; 'help' lists the commands");
+    reportError(unknownCommand(name));
     return Outcome::error;
   }
   Context context{agent_, out_, ovs_.get()};
@@ -1047,18 +1077,17 @@ void Interpreter::printHelp(std::ostream& os) {
       group = command.group;
       os << group << ":\n";
     }
-    for (const Form& form : command.forms) {
-      // Long forms put their description on a line of its own.
-      const std::string syntax = form.syntax;
-      if (syntax.size() > kHelpColumn) {
-        os << "  " << syntax << "\n" << std::string(kHelpColumn + 4, ' ') << form.help << "\n";
-        continue;
-      }
-      os << "  " << syntax << std::string(kHelpColumn + 2 - syntax.size(), ' ') << form.help
-         << "\n";
-    }
+    for (const Form& form : command.forms) printForm(os, form);
   }
   os << "Lines: one command per line; '#' starts a comment; blank lines are skipped.\n";
+}
+
+std::vector<CommandForm> Interpreter::commandForms() {
+  std::vector<CommandForm> forms;
+  for (const Command& command : commands()) {
+    for (const Form& form : command.forms) forms.push_back({command.name, form.syntax, form.help});
+  }
+  return forms;
 }
 
 }  // namespace Sim

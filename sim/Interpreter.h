@@ -5,9 +5,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Mox/Trace.h"
 #include "sim/Agent.h"
+#include "sim/CommandGrammar.h"
 #include "sim/OvsDataplane.h"
 
 namespace Sim {
@@ -54,6 +56,8 @@ class Interpreter {
   OvsDataplane* ovs() { return ovs_.get(); }
   // Errors reported so far.
   std::size_t errors() const { return errors_; }
+  // Whether the lines run from now on are echoed (a session reads them on its terminal).
+  void echoIs(bool echo) { echo_ = echo; }
 
   // Runs one line; `file` and `line` locate it in reports.
   Outcome runLine(std::string_view text, std::string_view file, std::size_t line);
@@ -67,6 +71,8 @@ class Interpreter {
 
   // One line per command: its forms and what it does.
   static void printHelp(std::ostream& os);
+  // Every form of every command, in the order `help` lists them.
+  static std::vector<CommandForm> commandForms();
 
  private:
   void reportError(std::string_view message);

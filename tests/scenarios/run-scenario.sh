@@ -5,9 +5,10 @@
 #
 # The transcript is what umonat-sim writes to standard output and standard error, in order,
 # followed by a line "[exit STATUS]". The scenario runs from its own directory, so reports name
-# it by its file name; without SCENARIO, umonat-sim runs its built-in default. A first line
-# "# options: ..." in the scenario gives umonat-sim's options (e.g. --keep-going). MOX_TRACE is
-# cleared, so only the scenario's own 'trace' lines turn traces on.
+# it by its file name; without SCENARIO, umonat-sim runs its built-in default (standard input is
+# /dev/null, which umonat-sim does not read as a scenario, whatever the caller's input is). A
+# first line "# options: ..." in the scenario gives umonat-sim's options (e.g. --keep-going).
+# MOX_TRACE is cleared, so only the scenario's own 'trace' lines turn traces on.
 #
 # On a mismatch the unified diff (expected, then actual) goes to standard output and the exit
 # status is 1. With --record the transcript is written to EXPECTED instead.
@@ -39,7 +40,7 @@ fi
 
 actual=$(mktemp)
 trap 'rm -f "$actual"' EXIT
-(cd "$dir" && env -u MOX_TRACE "$sim" "${args[@]}") > "$actual" 2>&1
+(cd "$dir" && env -u MOX_TRACE "$sim" "${args[@]}") < /dev/null > "$actual" 2>&1
 echo "[exit $?]" >> "$actual"
 
 if [ "$record" = 1 ]; then
