@@ -54,6 +54,10 @@ if(NOT man MATCHES "^\\.TH UMONAT-SIM 1")
 endif()
 
 # The simulator runs from the installed tree, on the libraries beside it.
+run("the installed umonat-sim --version" ${prefix}/${CMAKE_INSTALL_BINDIR}/umonat-sim --version)
+if(NOT run_output MATCHES "0\\.1\\.0")
+  message(FATAL_ERROR "the installed umonat-sim gives another version:\n${run_output}")
+endif()
 run("the installed umonat-sim" ${prefix}/${CMAKE_INSTALL_BINDIR}/umonat-sim
   ${prefix}/${CMAKE_INSTALL_DOCDIR}/examples/tour.scn)
 if(NOT run_output MATCHES "> start\n")
