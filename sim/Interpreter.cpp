@@ -6,12 +6,15 @@
 #include <optional>
 #include <ostream>
 #include <set>
+#include <sstream>
 #include <utility>
 #include <vector>
 
 #include "Mox/Assert.h"
+#include "sim/Explain.h"
 #include "sim/LineParser.h"
 #include "sim/Printers.h"
+#include "sim/Views.h"
 
 namespace Sim {
 
@@ -28,6 +31,7 @@ constexpr std::size_t kHelpColumn = 44;
 struct Context {
   Agent& agent;
   std::ostream& out;
+  BacklogWatch& backlogWatch;
 };
 
 // A command whose line has been checked completely: running it changes the simulation and
@@ -53,7 +57,7 @@ struct Command {
   Prepare prepare;
 };
 
-std::string quoted(std::string_view word) { return "'" + std::string(word) + "'"; }
+std::string quotedWord(std::string_view word) { return "'" + std::string(word) + "'"; }
 
 // ---- lookups that check the state --------------------------------------------------------------
 
@@ -148,7 +152,7 @@ std::vector<Nexo::IntfId> intfList(LineParser& p, std::size_t min) {
 
 // Marks an optional field as given; throws when it was given before.
 void once(bool& given, std::string_view field) {
-  if (given) throw ParseError(quoted(field) + " is given twice");
+  if (given) throw ParseError(quotedWord(field) + " is given twice");
   given = true;
 }
 
@@ -217,7 +221,7 @@ Prepared actionCommand(LineParser& p, Context& c) {
       once(versionGiven, "version");
       version = static_cast<std::uint32_t>(p.number("a version", 0, 0xffffffffULL));
     } else {
-      throw ParseError("unexpected " + quoted(p.peek()) + "; expected src, dst or version");
+      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected src, dst or version");
     }
   }
   const auto ms = existingMatch(c, policy, match);
@@ -307,7 +311,7 @@ Prepared intfCommand(LineParser& p, Context& c) {
       once(nativeGiven, "native");
       native = p.vlanNumber();
     } else {
-      throw ParseError("unexpected " + quoted(p.peek()) + "; expected mode or native");
+      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected mode or native");
     }
   }
   return {[&c, intf, mode, native] {
@@ -411,6 +415,7 @@ Prepared fdbCommand(LineParser& p, Context& c) {
     if (!existing) throw ScenarioError("VLAN " + std::to_string(fid.value()) + " has no MAC table");
     return {[&c, fid] { c.agent.bridgingStatus()->fdbStatusDel(fid); }};
   }
+  if (p.atEnd()) return {[&c, fid] { c.agent.bridgingStatus()->fdbStatusIs(fid); }};
   p.keyword("host");
   const Nexo::EthAddr mac = p.mac();
   if (mac.isMulticast() || mac.isZero()) {
@@ -453,7 +458,7 @@ Prepared ipCommand(LineParser& p, Context& c) {
       once(routingGiven, "routing");
       routing = p.onOff();
     } else {
-      throw ParseError("unexpected " + quoted(p.peek()) + "; expected addr or routing");
+      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected addr or routing");
     }
   }
   return {[&c, intf, addr, routing] {
@@ -570,7 +575,7 @@ Prepared chipCommand(LineParser& p, Context& c) {
   if (what == "fail") {
     const std::string kind = p.word("'unicast' or 'multicast'");
     if (kind != "unicast" && kind != "multicast") {
-      throw ParseError("expected 'unicast' or 'multicast', got " + quoted(kind));
+      throw ParseError("expected 'unicast' or 'multicast', got " + quotedWord(kind));
     }
     const bool on = p.onOff();
     p.end();
@@ -578,7 +583,7 @@ Prepared chipCommand(LineParser& p, Context& c) {
     return {[&chip, on] { chip.failMulticastGroupsIs(on); }};
   }
   throw ParseError("expected groups, port-sets, translations, fail-groups or fail, got " +
-                   quoted(what));
+                   quotedWord(what));
 }
 
 // ---- the dataplane ----------------------------------------------------------------------------
@@ -624,10 +629,215 @@ Prepared sendCommand(LineParser& p, Context& c) {
   return {[&c, packet] { printForwarding(c.out, c.agent.chip().forward(packet)); }};
 }
 
+// ---- views: explain, drift, summary, topology, settings, JSON ----------------------------------
+
+void needsStart(const Context& c, std::string_view what) {
+  if (!c.agent.started()) {
+    throw ScenarioError(std::string(what) + " looks at the running system; use 'start' first");
+  }
+}
+
+// The words left on the line.
+std::size_t wordsLeft(const LineParser& p) {
+  LineParser rest = p;
+  return rest.rest().size();
+}
+
+// A last word "json" asks for the view as one JSON document.
+bool wantsJson(const LineParser& p) {
+  LineParser rest = p;
+  const std::vector<std::string> words = rest.rest();
+  return !words.empty() && words.back() == "json";
+}
+
+// An optional name before the closing "json", if any.
+std::optional<std::string> optionalName(LineParser& p, bool json, std::string_view what) {
+  if (wordsLeft(p) > (json ? 1U : 0U)) return p.word(what);
+  return std::nullopt;
+}
+
+void endView(LineParser& p, bool json) {
+  if (json) p.keyword("json");
+  p.end();
+}
+
+void printJson(std::ostream& out, const nlohmann::json& doc) { out << doc.dump(2) << "\n"; }
+
+// Prepares a text or JSON view of `what` as one call of `text` or `json` on the document built by
+// `build`.
+template <class Build, class Text>
+Prepared view(Context& c, bool json, Build build, Text text) {
+  return {[&c, json, build, text] {
+    const nlohmann::json doc = build();
+    if (json) {
+      printJson(c.out, doc);
+    } else {
+      text(c.out, doc);
+    }
+  }};
+}
+
+// The views that have a JSON form, and the text forms of those added to the system's own; nothing
+// for the text forms that showCommand prints itself.
+std::optional<Prepared> prepareView(const std::string& what, LineParser& p, Context& c) {
+  const bool json = wantsJson(p);
+  Agent& agent = c.agent;
+  if (what == "summary") {
+    endView(p, json);
+    return view(
+        c, json, [&agent] { return summaryJson(agent); }, printSummary);
+  }
+  if (what == "topology") {
+    endView(p, json);
+    needsStart(c, "'show topology'");
+    return view(
+        c, json, [&c] { return topologyJson(c.agent, c.backlogWatch); }, printTopologyView);
+  }
+  if (what == "drift") {
+    const std::optional<std::string> policy = optionalName(p, json, "a policy name");
+    endView(p, json);
+    needsStart(c, "'show drift'");
+    if (policy) checkActionFilter(agent, ActionFilter{*policy, std::nullopt, std::nullopt});
+    return view(
+        c, json, [&agent, policy] { return driftOf(agent, policy); }, printDrift);
+  }
+  if (what == "settings") {
+    endView(p, json);
+    needsStart(c, "'show settings'");
+    return view(
+        c, json, [&agent] { return settingsJson(agent); }, printSettings);
+  }
+  if (what == "orphans") {
+    endView(p, json);
+    return view(
+        c, json, [&agent] { return orphansJson(agent); }, printOrphans);
+  }
+  if (what == "hw" && p.accept("dot")) {
+    p.end();
+    return Prepared{[&c] { printHwDot(c.out, *c.agent.hwStatus()); }};
+  }
+  if (!json) return std::nullopt;
+  // The JSON forms of the other views.
+  auto none = [](std::ostream&, const nlohmann::json&) {};
+  if (what == "table") {
+    const std::optional<std::string> policy = optionalName(p, json, "a policy name");
+    endView(p, json);
+    needsStart(c, "'show table'");
+    std::string line = Agent::kShowCommandName;
+    if (policy) line += " " + *policy;
+    return view(
+        c, json,
+        [&agent, line] {
+          std::ostringstream table;
+          agent.runCommand(line, table);
+          return tableJson(table.str());
+        },
+        none);
+  }
+  if (what == "skimtrace") {
+    std::size_t last = kDefaultSkimtraceRecords;
+    if (wordsLeft(p) > 1) last = p.number("a number of records", 1, 1000000);
+    endView(p, json);
+    return view(
+        c, json, [last] { return skimtraceJson(last); }, none);
+  }
+  Chip& chip = agent.chip();
+  if (what == "calls") {
+    const bool all = p.accept("all");
+    endView(p, json);
+    return view(
+        c, json,
+        [&chip, all] {
+          std::ostringstream calls;
+          if (all) {
+            chip.printCalls(calls);
+          } else {
+            chip.printCallsSinceLastLook(calls);
+          }
+          return callsJson(chip, calls.str());
+        },
+        none);
+  }
+  endView(p, json);
+  if (what == "hw")
+    return view(
+        c, json, [&agent] { return hwJson(*agent.hwStatus()); }, none);
+  if (what == "chip")
+    return view(
+        c, json, [&chip] { return chipJson(chip); }, none);
+  if (what == "counters")
+    return view(
+        c, json, [&chip] { return countersJson(chip); }, none);
+  if (what == "leftovers")
+    return view(
+        c, json, [&chip] { return leftoversJson(chip); }, none);
+  if (what == "inputs")
+    return view(
+        c, json, [&agent] { return inputsJson(agent); }, none);
+  if (what == "tasks") {
+    return view(
+        c, json, [&agent] { return tasksJson(agent.scheduler()); }, none);
+  }
+  if (what == "log-events")
+    return view(
+        c, json, [] { return logEventsJson(); }, none);
+  throw ParseError("cannot show " + quotedWord(what) + " as JSON");
+}
+
+Prepared explainCommand(LineParser& p, Context& c) {
+  ActionFilter filter{p.word("a policy name"), std::nullopt, std::nullopt};
+  if (!p.atEnd()) filter.match = p.word("a match name");
+  if (!p.atEnd()) filter.action = p.word("an action name");
+  p.end();
+  needsStart(c, "'explain'");
+  checkActionFilter(c.agent, filter);
+  return {[&c, filter] { printExplanations(c.out, explainActions(c.agent, filter)); }};
+}
+
+Prepared setCommand(LineParser& p, Context& c) {
+  const std::string name = p.word("a setting");
+  if (!settings().contains(name)) {
+    std::string names;
+    for (const auto& [known, setting] : settings()) names += (names.empty() ? "" : ", ") + known;
+    throw ParseError("unknown setting " + quotedWord(name) + "; the settings are " + names);
+  }
+  if (name == "time-slice") {
+    const std::uint64_t steps = p.number("a number of steps", 0, 1000000000);
+    p.end();
+    return {[&c, steps] { c.agent.scheduler().timeSliceIs(steps); }};
+  }
+  if (name == "backlog-limit") {
+    const auto limit =
+        static_cast<std::uint32_t>(p.number("a number of actions", 0, 0xffffffffULL));
+    p.end();
+    needsStart(c, "'set backlog-limit'");
+    return {[&c, limit] { c.agent.root()->topologySm()->actionSmUpdateBacklogTaskLimitIs(limit); }};
+  }
+  const Mox::Seconds seconds = p.seconds();
+  p.end();
+  needsStart(c, "'set " + name + "'");
+  if (name == "retry-delay") {
+    return {[&c, seconds] { c.agent.root()->unprogrammedGroupTaskDelayIs(seconds); }};
+  }
+  return {[&c, seconds] {
+    c.agent.root()->topologySm()->actionSmUpdateBacklogTaskIntervalIs(seconds);
+  }};
+}
+
+Prepared restartCommand(LineParser& p, Context& c) {
+  p.end();
+  if (!c.agent.started()) throw ScenarioError("the system is not started; use 'start' first");
+  return {[&c] {
+    c.agent.restart();
+    printOrphans(c.out, orphansJson(c.agent));
+  }};
+}
+
 // ---- show -------------------------------------------------------------------------------------
 
 Prepared showCommand(LineParser& p, Context& c) {
   const std::string what = p.word("what to show");
+  if (std::optional<Prepared> view = prepareView(what, p, c)) return std::move(*view);
   if (what == "table") {
     std::string line = Agent::kShowCommandName;
     if (!p.atEnd()) line += " " + p.word("a policy name");
@@ -660,7 +870,7 @@ Prepared showCommand(LineParser& p, Context& c) {
   if (what == "inputs") return {[&c] { printInputs(c.out, c.agent); }};
   if (what == "tasks") return {[&c] { printTasks(c.out, c.agent.scheduler()); }};
   if (what == "log-events") return {[&out] { printLogEvents(out); }};
-  throw ParseError("cannot show " + quoted(what));
+  throw ParseError("cannot show " + quotedWord(what));
 }
 
 // ---- the session ------------------------------------------------------------------------------
@@ -753,6 +963,7 @@ const std::vector<Command>& commands() {
        "switch inputs",
        {{"fdb V host MAC intf INTF", "learn a host in a VLAN, or move it"},
         {"fdb V host MAC delete", "forget a host"},
+        {"fdb V", "add an empty MAC table for a VLAN"},
         {"fdb V delete", "drop a VLAN's MAC table"}},
        fdbCommand},
       {"ip",
@@ -773,6 +984,17 @@ const std::vector<Command>& commands() {
        "system and clock",
        {{"stop", "drop the root: the system frees all it holds"}},
        stopCommand},
+      {"restart",
+       "system and clock",
+       {{"restart", "the agent restarts: chip and hardware status keep what they held"}},
+       restartCommand},
+      {"set",
+       "system and clock",
+       {{"set retry-delay SECONDS", "set the delay of the retry of waiting matches"},
+        {"set backlog-interval SECONDS", "set the interval of the topology update backlog"},
+        {"set backlog-limit N", "set how many actions one backlog run re-evaluates"},
+        {"set time-slice N", "set the steps a task run may take (0: unlimited)"}},
+       setCommand},
       {"advance",
        "system and clock",
        {{"advance SECONDS", "move the clock, running the tasks that fall due"}},
@@ -804,8 +1026,19 @@ const std::vector<Command>& commands() {
         {"show inputs", "print the inputs as the lines that build them"},
         {"show tasks", "print the timer tasks"},
         {"show log-events", "print the registered log events"},
-        {"show skimtrace [N]", "print the newest N (default 20) Skimtrace records"}},
+        {"show skimtrace [N]", "print the newest N (default 20) Skimtrace records"},
+        {"show summary", "count policies, matches, actions by state, chip use"},
+        {"show topology", "VLAN validity, recirculation VLAN, index, backlog, retry"},
+        {"show drift [POLICY]", "compare what is programmed with a fresh pass"},
+        {"show settings", "print the settings 'set' changes"},
+        {"show orphans", "print what the chip holds that no state owns"},
+        {"show hw dot", "draw the hardware status tree as a Graphviz graph"},
+        {"show VIEW ... json", "print a view as one JSON document (docs/views.md)"}},
        showCommand},
+      {"explain",
+       "show",
+       {{"explain POLICY [MATCH [ACTION]]", "why each action is programmed or not"}},
+       explainCommand},
       {"trace",
        "session",
        {{"trace PATTERN/LEVELS...", "turn trace levels on, e.g. trace UmoNat*/0-9"},
@@ -924,10 +1157,10 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
   const std::string name = parser.word("a command");
   const Command* command = findCommand(name);
   if (command == nullptr) {
-    reportError("unknown command " + quoted(name) + "; 'help' lists the commands");
+    reportError("unknown command " + quotedWord(name) + "; 'help' lists the commands");
     return Outcome::error;
   }
-  Context context{agent_, out_};
+  Context context{agent_, out_, backlogWatch_};
   Prepared prepared;
   running_ = true;
   try {
@@ -954,6 +1187,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
     return Outcome::error;
   }
   running_ = false;
+  backlogWatch_.observe(agent_);
   out_.flush();
   return Outcome::ok;
 }

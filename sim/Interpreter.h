@@ -7,6 +7,7 @@
 
 #include "Mox/Trace.h"
 #include "sim/Agent.h"
+#include "sim/Views.h"
 
 namespace Sim {
 
@@ -64,6 +65,7 @@ class Interpreter {
   std::ostream& err_;
   bool echo_;
   Agent agent_;
+  BacklogWatch backlogWatch_;
   Mox::TraceSink previousTraceSink_;
   std::string previousTraceLevels_;
   std::size_t errors_ = 0;
