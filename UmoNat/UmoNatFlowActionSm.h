@@ -59,8 +59,10 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   bool initialized() const { return initialized_; }
 
   // Unicast, multicast, or none: from the action's destination, else the
-  // match flow's destination.
+  // match flow's destination. Traces what it found.
   Ip::Nat::NatFlowType getFlowType() const;
+  // The same without a trace line.
+  Ip::Nat::NatFlowType deriveFlowType() const;
   // The groups the match needs: 2 when neither the flow nor some action of
   // the match names a destination, else 1.
   std::uint32_t getGroupNum() const;
@@ -120,6 +122,8 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   // deleted, so that nothing the chip holds is forgotten.
   void keepProgrammedPortSets(Ip::Nat::NatFlowVlanPortSets& vps) const;
   std::uint32_t version() const;
+  // The address the flow type is derived from (zero when there is none).
+  Nexo::IpAddr flowTypeAddr() const;
   // The port-set walk of updateSwPortSet: live (`probe` null) it registers
   // this machine and traces, dry it only reports to `probe`.
   void fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, Ip::Nat::NatFlowType ft,
