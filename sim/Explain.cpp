@@ -50,7 +50,13 @@ Json says(std::string words, const char* source, int level) {
   return Json{{"text", std::move(words)}, {"source", source}, {"level", level}};
 }
 
+// A reason of the simulator's own, for a state no trace line reports.
+Json observes(std::string words) {
+  return Json{{"text", std::move(words)}, {"source", Json()}, {"level", Json()}};
+}
+
 std::string saysText(const Json& step) {
+  if (step.at("source").is_null()) return step.at("text").get<std::string>();
   return step.at("text").get<std::string>() + " (" + step.at("source").get<std::string>() + "/" +
          std::to_string(step.at("level").get<int>()) + ")";
 }
@@ -214,7 +220,7 @@ Json explainAction(const Agent& agent, const Machines& m) {
   e["version"] = status->version();
   const bool passed = agent.root()->topologySm()->actionSmIndexed(&sm);
   e["flowType"] =
-      Json{{"today", flowTypeName(sm.getFlowType())},
+      Json{{"today", flowTypeName(sm.deriveFlowType())},
            {"recorded", passed ? Json(flowTypeName(sm.hwActionStatus()->flowType())) : Json()}};
   if (status->version() == 0) {
     e["state"] = "version0";
@@ -240,7 +246,7 @@ Json explainAction(const Agent& agent, const Machines& m) {
 
   // The port sets a topology update would compute now: with the flow type the last pass
   // recorded (today's before any pass).
-  const NatFlowType ft = passed ? sm.hwActionStatus()->flowType() : sm.getFlowType();
+  const NatFlowType ft = passed ? sm.hwActionStatus()->flowType() : sm.deriveFlowType();
   auto vps = Ip::Nat::natFlowVlanPortSetsFactory();
   HopProbe probe(*vps);
   sm.computeSwPortSet(*vps, ft, probe);
@@ -269,11 +275,13 @@ Json explainAction(const Agent& agent, const Machines& m) {
   }
   if (e["state"] == "emptyPortSets" && e["reason"].is_null()) {
     if (membersOf(*vps).empty()) {
-      e["reason"] = says("no next hop gives a port", "explain", 0);
+      e["reason"] = observes("no next hop gives a port");
+    } else if (status->intf().empty()) {
+      e["reason"] = observes(std::string("the recirculation port set is a unicast one, and a ") +
+                             flowTypeName(ft) + " flow's groups program only multicast ones");
     } else {
-      e["reason"] = says(
-          std::string("a ") + flowTypeName(ft) + " flow programs no port set of the kinds it has",
-          "explain", 0);
+      e["reason"] = observes(std::string("its port sets are of a kind a ") + flowTypeName(ft) +
+                             " flow's groups do not program");
     }
   }
   return e;
@@ -496,7 +504,7 @@ Json driftOfAction(const Agent& agent, const UmoNatFlowActionSm& sm, std::uint16
   d["queued"] = topo.actionSmUpdateBacklog().contains(&sm);
   Json& diffs = d["differences"];
 
-  const NatFlowType fresh = sm.getFlowType();
+  const NatFlowType fresh = sm.deriveFlowType();
   const bool flowTypeKept = hw->flowType() != fresh;
   if (flowTypeKept) {
     diffs.push_back(
