@@ -318,7 +318,9 @@ void printTopologyView(std::ostream& os, const Json& t) {
   if (!b["due"].is_null()) {
     os << ", next run at " << secondsText(b["due"].get<double>()) << " s";
   }
-  os << "; up to " << b["limit"].get<std::uint32_t>() << " per run, every "
+  const std::uint32_t limit = b["limit"].get<std::uint32_t>();
+  os << "; " << (limit == 0 ? std::string("all") : "up to " + std::to_string(limit))
+     << " per run, every "
      << secondsText(b["interval"].get<double>()) << " s\n";
   const Json& r = t["retry"];
   os << "retry set:";
