@@ -298,6 +298,24 @@ TEST_F(ViewsTest, DriftNamesAChangeMadeWithoutANewVersionUntilOneComes) {
   EXPECT_THAT(output("show drift"), HasSubstr("2 of 2 compared actions as a fresh pass"));
 }
 
+TEST_F(ViewsTest, TopologyTellsHowLongTheOldestQueuedUpdateHasWaited) {
+  ASSERT_EQ(run("set backlog-interval 1"), Outcome::ok);
+  ASSERT_EQ(run("run"), Outcome::ok);
+  ASSERT_EQ(run("advance 2"), Outcome::ok);
+  ASSERT_EQ(run("topology T port Ethernet1 state blocking"), Outcome::ok);  // at 2.1 s
+  ASSERT_EQ(run("advance 0.5"), Outcome::ok);
+  ASSERT_EQ(run("topology T port Ethernet2 state blocking"), Outcome::ok);  // queued again
+  Json backlog = Json::parse(output("show topology json"))["backlog"];
+  EXPECT_EQ(backlog["depth"], 2);
+  EXPECT_DOUBLE_EQ(backlog["oldestQueuedAt"].get<double>(), 2.1);
+  EXPECT_DOUBLE_EQ(backlog["oldestWaited"].get<double>(), 0.5);
+  EXPECT_DOUBLE_EQ(backlog["due"].get<double>(), 3.1);
+  ASSERT_EQ(run("advance 0.5"), Outcome::ok);
+  backlog = Json::parse(output("show topology json"))["backlog"];
+  EXPECT_EQ(backlog["depth"], 0);
+  EXPECT_TRUE(backlog["oldestWaited"].is_null());
+}
+
 TEST_F(ViewsTest, RestartLeavesTheChipsHoldingsToNoState) {
   ASSERT_EQ(run("run"), Outcome::ok);
   const std::size_t groups = sim.agent().chip().groups().size();
