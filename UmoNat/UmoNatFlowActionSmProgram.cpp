@@ -45,11 +45,13 @@ bool sameIntfs(const Ip::Nat::NatFlowPortSet& a, const Ip::Nat::NatFlowPortSet& 
 // Tells a dry computation's probe that a physical next hop went into a port
 // set. A live computation has no trace line for this: the caller adds the
 // interface itself after the checks that it traces.
-void reportAdded(UmoNatFlowPortSetProbe* probe, const Nexo::IntfId& intf, std::uint16_t vlan) {
+void reportAdded(UmoNatFlowPortSetProbe* probe, bool unicast, const Nexo::IntfId& intf,
+                 std::uint16_t vlan) {
   if (probe == nullptr) return;
   std::ostringstream text;
   text << "Added intf " << intf << " in port set of vlan " << vlan;
   probe->step(UmoNatFlowPortSetProbe::Step::added, traceHandle.name(), 6, text.str());
+  probe->member(unicast, vlan, intf);
 }
 
 }  // namespace
@@ -92,7 +94,11 @@ void UmoNatFlowActionSm::fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlo
     MOX_ASSERT(ps);
     ps->intfIs(Nexo::IntfId(""));
     ps->dmacIs(bridgingConfig_ ? bridgingConfig_->bridgeMacAddr() : Nexo::EthAddr());
-    if (probe == nullptr) topologySm_->addActionSmRecirc(this);
+    if (probe == nullptr) {
+      topologySm_->addActionSmRecirc(this);
+    } else {
+      probe->member(true, vlan, Nexo::IntfId(""));
+    }
     return;
   }
 
@@ -139,14 +145,14 @@ void UmoNatFlowActionSm::fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlo
       }
       ps->intfIs(intf);
       ps->dmacIs(iter->mac());
-      reportAdded(probe, intf, vlan);
+      reportAdded(probe, true, intf, vlan);
     }
     if (mcast) {
       auto ps = vps.mcastPortSetIs(vlan);
       MOX_ASSERT(ps);
       ps->intfIs(intf);
       ps->dmacIs(kMcastMac);
-      reportAdded(probe, intf, vlan);
+      reportAdded(probe, false, intf, vlan);
     }
   }
 }

@@ -614,6 +614,7 @@ bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthA
       }
       ps->intfIs(intf);
       ps->dmacIs(mac);
+      if (probe != nullptr) probe->member(true, vlan, intf);
       return true;
     }
   } else if (!validVlan(vlan, probe)) {
@@ -630,6 +631,7 @@ bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthA
     MOX_ASSERT(ps);
     ps->intfIs(intf);
     ps->dmacIs(mac);
+    if (probe != nullptr) probe->member(unicast, vlan, intf);
     added = true;
   }
   return added;

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <sstream>
 #include <string>
 
 #include "Mox/Trace.h"
+#include "Nexo/IntfId.h"
 #include "UmoNat/UmoNatExport.h"
 
 // Watches a dry port-set computation of an action: one that fills a port-set
@@ -25,6 +27,9 @@ class UMONAT_EXPORT UmoNatFlowPortSetProbe {
   virtual ~UmoNatFlowPortSetProbe() = default;
 
   virtual void step(Step step, const char* source, int level, const std::string& text) = 0;
+  // `intf` went into the unicast (or multicast) port set of `vlan`; the
+  // recirculation interface has the empty name.
+  virtual void member(bool /*unicast*/, std::uint16_t /*vlan*/, const Nexo::IntfId& /*intf*/) {}
 };
 
 // For the library's port-set computation: traces `streamExpr` at `level` on

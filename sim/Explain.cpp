@@ -81,7 +81,8 @@ Json memberJson(const Member& m) {
 }
 
 // Takes the steps of a dry port-set computation apart by next hop: the members each next hop
-// added and the checks that refused it.
+// put into a port set (also those another next hop had put there first) and the checks that
+// refused it.
 class HopProbe : public UmoNatFlowPortSetProbe {
  public:
   struct Hop {
@@ -89,13 +90,9 @@ class HopProbe : public UmoNatFlowPortSetProbe {
     Json refusals = Json::array();
   };
 
-  explicit HopProbe(const Ip::Nat::NatFlowVlanPortSets& vps) : vps_(vps) {}
-
   void step(Step step, const char* source, int level, const std::string& words) override {
     if (step == Step::nextHop) {
-      finish();
       hops_.emplace_back();
-      before_ = membersOf(vps_);
       return;
     }
     if (step == Step::refused && !hops_.empty()) {
@@ -103,21 +100,17 @@ class HopProbe : public UmoNatFlowPortSetProbe {
     }
   }
 
-  // Closes the last next hop; call once the computation is done.
-  void finish() {
+  void member(bool unicast, std::uint16_t vlan, const Nexo::IntfId& intf) override {
     if (hops_.empty()) return;
-    const std::set<Member> now = membersOf(vps_);
-    std::set_difference(now.begin(), now.end(), before_.begin(), before_.end(),
-                        std::back_inserter(hops_.back().added));
-    before_ = now;
+    const Member m{unicast ? "ucast" : "mcast", vlan, intf.name().str()};
+    std::vector<Member>& added = hops_.back().added;
+    if (std::find(added.begin(), added.end(), m) == added.end()) added.push_back(m);
   }
 
   const std::vector<Hop>& hops() const { return hops_; }
 
  private:
-  const Ip::Nat::NatFlowVlanPortSets& vps_;
   std::vector<Hop> hops_;
-  std::set<Member> before_;
 };
 
 // Keeps only the refusals, for a check asked on its own.
@@ -248,9 +241,8 @@ Json explainAction(const Agent& agent, const Machines& m) {
   // recorded (today's before any pass).
   const NatFlowType ft = passed ? sm.hwActionStatus()->flowType() : sm.deriveFlowType();
   auto vps = Ip::Nat::natFlowVlanPortSetsFactory();
-  HopProbe probe(*vps);
+  HopProbe probe;
   sm.computeSwPortSet(*vps, ft, probe);
-  probe.finish();
   const auto& hops = probe.hops();
   if (status->intf().empty()) {
     const std::uint16_t vlan = sm.topologySm()->natFlowRecircVlan();
