@@ -27,6 +27,10 @@ struct RecordingProbe : UmoNatFlowPortSetProbe {
   void step(Step s, const char* source, int level, const std::string& text) override {
     entries.push_back({s, source, level, text});
   }
+  void member(bool unicast, std::uint16_t vlan, const Nexo::IntfId& intf) override {
+    reported.push_back(std::string(unicast ? "u" : "m") + std::to_string(vlan) + ":" +
+                       intf.name().str());
+  }
   std::vector<std::string> texts(Step s) const {
     std::vector<std::string> out;
     for (const Entry& e : entries) {
@@ -35,6 +39,7 @@ struct RecordingProbe : UmoNatFlowPortSetProbe {
     return out;
   }
   std::vector<Entry> entries;
+  std::vector<std::string> reported;
 };
 
 // Interfaces of a port set, as "vlan:intf" for comparison.
@@ -91,6 +96,9 @@ TEST_F(DryPortSetTest, ComputesWhatALivePassRecordedAndChangesNothing) {
   EXPECT_EQ(members(*vps, true), members(*programmed, true));
   EXPECT_THAT(members(*vps, false),
               testing::ElementsAre("10:Ethernet1", "20:Ethernet4", "20:Ethernet5"));
+  // Each member is reported as it goes in, in the order of the next hops.
+  EXPECT_THAT(probe.reported,
+              testing::ElementsAre("m10:Ethernet1", "m20:Ethernet4", "m20:Ethernet5"));
   // No trace line, no hardware call, no index or backlog change.
   EXPECT_TRUE(capture.lines().empty());
   EXPECT_TRUE(helper->calls().empty());
