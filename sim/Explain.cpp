@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "UmoNat/UmoNatFlowActionSm.h"
 #include "UmoNat/UmoNatFlowMatchSm.h"
 #include "UmoNat/UmoNatFlowMcastSm.h"
@@ -345,6 +347,10 @@ Json explainActions(const Agent& agent, const std::optional<ActionFilter>& filte
   for (const Machines& m : selected(agent, filter))
     out["actions"].push_back(explainAction(agent, m));
   return out;
+}
+
+void showExplanations(std::ostream& os, const Agent& agent, const ActionFilter& filter) {
+  printExplanations(os, explainActions(agent, filter));
 }
 
 void printExplanations(std::ostream& os, const Json& explanations) {

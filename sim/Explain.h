@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "sim/Agent.h"
 
@@ -33,6 +33,8 @@ void checkActionFilter(const Agent& agent, const ActionFilter& filter);
 // that refuses it. Precondition: the system is started.
 nlohmann::json explainActions(const Agent& agent, const std::optional<ActionFilter>& filter);
 void printExplanations(std::ostream& os, const nlohmann::json& explanations);
+// explainActions, printed. Precondition: the system is started and has what `filter` names.
+void showExplanations(std::ostream& os, const Agent& agent, const ActionFilter& filter);
 
 // For every action with a version (or of `policy`): its programmed flow type, translations and
 // port sets against those of a fresh pass on today's inputs, each difference named by its kind;

@@ -6,7 +6,6 @@
 #include <optional>
 #include <ostream>
 #include <set>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -57,7 +56,7 @@ struct Command {
   Prepare prepare;
 };
 
-std::string quotedWord(std::string_view word) { return "'" + std::string(word) + "'"; }
+std::string quoted(std::string_view word) { return "'" + std::string(word) + "'"; }
 
 // ---- lookups that check the state --------------------------------------------------------------
 
@@ -152,7 +151,7 @@ std::vector<Nexo::IntfId> intfList(LineParser& p, std::size_t min) {
 
 // Marks an optional field as given; throws when it was given before.
 void once(bool& given, std::string_view field) {
-  if (given) throw ParseError(quotedWord(field) + " is given twice");
+  if (given) throw ParseError(quoted(field) + " is given twice");
   given = true;
 }
 
@@ -221,7 +220,7 @@ Prepared actionCommand(LineParser& p, Context& c) {
       once(versionGiven, "version");
       version = static_cast<std::uint32_t>(p.number("a version", 0, 0xffffffffULL));
     } else {
-      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected src, dst or version");
+      throw ParseError("unexpected " + quoted(p.peek()) + "; expected src, dst or version");
     }
   }
   const auto ms = existingMatch(c, policy, match);
@@ -311,7 +310,7 @@ Prepared intfCommand(LineParser& p, Context& c) {
       once(nativeGiven, "native");
       native = p.vlanNumber();
     } else {
-      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected mode or native");
+      throw ParseError("unexpected " + quoted(p.peek()) + "; expected mode or native");
     }
   }
   return {[&c, intf, mode, native] {
@@ -458,7 +457,7 @@ Prepared ipCommand(LineParser& p, Context& c) {
       once(routingGiven, "routing");
       routing = p.onOff();
     } else {
-      throw ParseError("unexpected " + quotedWord(p.peek()) + "; expected addr or routing");
+      throw ParseError("unexpected " + quoted(p.peek()) + "; expected addr or routing");
     }
   }
   return {[&c, intf, addr, routing] {
@@ -575,7 +574,7 @@ Prepared chipCommand(LineParser& p, Context& c) {
   if (what == "fail") {
     const std::string kind = p.word("'unicast' or 'multicast'");
     if (kind != "unicast" && kind != "multicast") {
-      throw ParseError("expected 'unicast' or 'multicast', got " + quotedWord(kind));
+      throw ParseError("expected 'unicast' or 'multicast', got " + quoted(kind));
     }
     const bool on = p.onOff();
     p.end();
@@ -583,7 +582,7 @@ Prepared chipCommand(LineParser& p, Context& c) {
     return {[&chip, on] { chip.failMulticastGroupsIs(on); }};
   }
   throw ParseError("expected groups, port-sets, translations, fail-groups or fail, got " +
-                   quotedWord(what));
+                   quoted(what));
 }
 
 // ---- the dataplane ----------------------------------------------------------------------------
@@ -661,127 +660,67 @@ void endView(LineParser& p, bool json) {
   p.end();
 }
 
-void printJson(std::ostream& out, const nlohmann::json& doc) { out << doc.dump(2) << "\n"; }
-
-// Prepares a text or JSON view of `what` as one call of `text` or `json` on the document built by
-// `build`.
-template <class Build, class Text>
-Prepared view(Context& c, bool json, Build build, Text text) {
-  return {[&c, json, build, text] {
-    const nlohmann::json doc = build();
-    if (json) {
-      printJson(c.out, doc);
-    } else {
-      text(c.out, doc);
-    }
-  }};
-}
-
 // The views that have a JSON form, and the text forms of those added to the system's own; nothing
 // for the text forms that showCommand prints itself.
 std::optional<Prepared> prepareView(const std::string& what, LineParser& p, Context& c) {
   const bool json = wantsJson(p);
+  const ViewForm form = json ? ViewForm::json : ViewForm::text;
   Agent& agent = c.agent;
+  std::ostream& out = c.out;
   if (what == "summary") {
     endView(p, json);
-    return view(
-        c, json, [&agent] { return summaryJson(agent); }, printSummary);
+    return Prepared{[&out, &agent, form] { showSummary(out, agent, form); }};
   }
   if (what == "topology") {
     endView(p, json);
     needsStart(c, "'show topology'");
-    return view(
-        c, json, [&c] { return topologyJson(c.agent, c.backlogWatch); }, printTopologyView);
+    BacklogWatch& watch = c.backlogWatch;
+    return Prepared{[&out, &agent, &watch, form] { showTopology(out, agent, watch, form); }};
   }
   if (what == "drift") {
     const std::optional<std::string> policy = optionalName(p, json, "a policy name");
     endView(p, json);
     needsStart(c, "'show drift'");
     if (policy) checkActionFilter(agent, ActionFilter{*policy, std::nullopt, std::nullopt});
-    return view(
-        c, json, [&agent, policy] { return driftOf(agent, policy); }, printDrift);
+    return Prepared{[&out, &agent, policy, form] { showDrift(out, agent, policy, form); }};
   }
   if (what == "settings") {
     endView(p, json);
     needsStart(c, "'show settings'");
-    return view(
-        c, json, [&agent] { return settingsJson(agent); }, printSettings);
+    return Prepared{[&out, &agent, form] { showSettings(out, agent, form); }};
   }
   if (what == "orphans") {
     endView(p, json);
-    return view(
-        c, json, [&agent] { return orphansJson(agent); }, printOrphans);
+    return Prepared{[&out, &agent, form] { showOrphans(out, agent, form); }};
   }
   if (what == "hw" && p.accept("dot")) {
     p.end();
-    return Prepared{[&c] { printHwDot(c.out, *c.agent.hwStatus()); }};
+    return Prepared{[&out, &agent] { printHwDot(out, *agent.hwStatus()); }};
   }
   if (!json) return std::nullopt;
   // The JSON forms of the other views.
-  auto none = [](std::ostream&, const nlohmann::json&) {};
   if (what == "table") {
     const std::optional<std::string> policy = optionalName(p, json, "a policy name");
     endView(p, json);
     needsStart(c, "'show table'");
     std::string line = Agent::kShowCommandName;
     if (policy) line += " " + *policy;
-    return view(
-        c, json,
-        [&agent, line] {
-          std::ostringstream table;
-          agent.runCommand(line, table);
-          return tableJson(table.str());
-        },
-        none);
+    return Prepared{[&out, &agent, line] { showTableJson(out, agent, line); }};
   }
   if (what == "skimtrace") {
     std::size_t last = kDefaultSkimtraceRecords;
     if (wordsLeft(p) > 1) last = p.number("a number of records", 1, 1000000);
     endView(p, json);
-    return view(
-        c, json, [last] { return skimtraceJson(last); }, none);
+    return Prepared{[&out, last] { showSkimtraceJson(out, last); }};
   }
-  Chip& chip = agent.chip();
   if (what == "calls") {
     const bool all = p.accept("all");
     endView(p, json);
-    return view(
-        c, json,
-        [&chip, all] {
-          std::ostringstream calls;
-          if (all) {
-            chip.printCalls(calls);
-          } else {
-            chip.printCallsSinceLastLook(calls);
-          }
-          return callsJson(chip, calls.str());
-        },
-        none);
+    return Prepared{[&out, &agent, all] { showCallsJson(out, agent.chip(), all); }};
   }
   endView(p, json);
-  if (what == "hw")
-    return view(
-        c, json, [&agent] { return hwJson(*agent.hwStatus()); }, none);
-  if (what == "chip")
-    return view(
-        c, json, [&chip] { return chipJson(chip); }, none);
-  if (what == "counters")
-    return view(
-        c, json, [&chip] { return countersJson(chip); }, none);
-  if (what == "leftovers")
-    return view(
-        c, json, [&chip] { return leftoversJson(chip); }, none);
-  if (what == "inputs")
-    return view(
-        c, json, [&agent] { return inputsJson(agent); }, none);
-  if (what == "tasks") {
-    return view(
-        c, json, [&agent] { return tasksJson(agent.scheduler()); }, none);
-  }
-  if (what == "log-events")
-    return view(
-        c, json, [] { return logEventsJson(); }, none);
-  throw ParseError("cannot show " + quotedWord(what) + " as JSON");
+  if (!hasJsonForm(what)) throw ParseError("cannot show " + quoted(what) + " as JSON");
+  return Prepared{[&out, &agent, what] { showJson(out, agent, what); }};
 }
 
 Prepared explainCommand(LineParser& p, Context& c) {
@@ -791,7 +730,7 @@ Prepared explainCommand(LineParser& p, Context& c) {
   p.end();
   needsStart(c, "'explain'");
   checkActionFilter(c.agent, filter);
-  return {[&c, filter] { printExplanations(c.out, explainActions(c.agent, filter)); }};
+  return {[&c, filter] { showExplanations(c.out, c.agent, filter); }};
 }
 
 Prepared setCommand(LineParser& p, Context& c) {
@@ -799,7 +738,7 @@ Prepared setCommand(LineParser& p, Context& c) {
   if (!settings().contains(name)) {
     std::string names;
     for (const auto& [known, setting] : settings()) names += (names.empty() ? "" : ", ") + known;
-    throw ParseError("unknown setting " + quotedWord(name) + "; the settings are " + names);
+    throw ParseError("unknown setting " + quoted(name) + "; the settings are " + names);
   }
   if (name == "time-slice") {
     const std::uint64_t steps = p.number("a number of steps", 0, 1000000000);
@@ -829,7 +768,7 @@ Prepared restartCommand(LineParser& p, Context& c) {
   if (!c.agent.started()) throw ScenarioError("the system is not started; use 'start' first");
   return {[&c] {
     c.agent.restart();
-    printOrphans(c.out, orphansJson(c.agent));
+    showOrphans(c.out, c.agent, ViewForm::text);
   }};
 }
 
@@ -870,7 +809,7 @@ Prepared showCommand(LineParser& p, Context& c) {
   if (what == "inputs") return {[&c] { printInputs(c.out, c.agent); }};
   if (what == "tasks") return {[&c] { printTasks(c.out, c.agent.scheduler()); }};
   if (what == "log-events") return {[&out] { printLogEvents(out); }};
-  throw ParseError("cannot show " + quotedWord(what));
+  throw ParseError("cannot show " + quoted(what));
 }
 
 // ---- the session ------------------------------------------------------------------------------
@@ -1157,7 +1096,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
   const std::string name = parser.word("a command");
   const Command* command = findCommand(name);
   if (command == nullptr) {
-    reportError("unknown command " + quotedWord(name) + "; 'help' lists the commands");
+    reportError("unknown command " + quoted(name) + "; 'help' lists the commands");
     return Outcome::error;
   }
   Context context{agent_, out_, backlogWatch_};

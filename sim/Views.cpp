@@ -6,6 +6,8 @@
 #include <sstream>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "Mox/Log.h"
 #include "Skimtrace/Skimtrace.h"
 #include "UmoNat/UmoNatFlowActionSm.h"
@@ -320,8 +322,7 @@ void printTopologyView(std::ostream& os, const Json& t) {
   }
   const std::uint32_t limit = b["limit"].get<std::uint32_t>();
   os << "; " << (limit == 0 ? std::string("all") : "up to " + std::to_string(limit))
-     << " per run, every "
-     << secondsText(b["interval"].get<double>()) << " s\n";
+     << " per run, every " << secondsText(b["interval"].get<double>()) << " s\n";
   const Json& r = t["retry"];
   os << "retry set:";
   if (r["matches"].empty()) os << " empty";
@@ -728,6 +729,79 @@ Json skimtraceJson(std::size_t last) {
   Json records = Json::array();
   for (const std::string& record : Skimtrace::dump(last)) records.push_back(record);
   return Json{{"records", records}};
+}
+
+// ---- the views in either form ------------------------------------------------------------------
+
+namespace {
+
+template <class Print>
+void show(std::ostream& os, const Json& doc, ViewForm form, Print print) {
+  if (form == ViewForm::json) {
+    os << doc.dump(2) << "\n";
+  } else {
+    print(os, doc);
+  }
+}
+
+void printJson(std::ostream& os, const Json& doc) { os << doc.dump(2) << "\n"; }
+
+}  // namespace
+
+void showSummary(std::ostream& os, const Agent& agent, ViewForm form) {
+  show(os, summaryJson(agent), form, printSummary);
+}
+
+void showTopology(std::ostream& os, const Agent& agent, const BacklogWatch& watch, ViewForm form) {
+  show(os, topologyJson(agent, watch), form, printTopologyView);
+}
+
+void showDrift(std::ostream& os, const Agent& agent, const std::optional<std::string>& policy,
+               ViewForm form) {
+  show(os, driftOf(agent, policy), form, printDrift);
+}
+
+void showSettings(std::ostream& os, const Agent& agent, ViewForm form) {
+  show(os, settingsJson(agent), form, printSettings);
+}
+
+void showOrphans(std::ostream& os, const Agent& agent, ViewForm form) {
+  show(os, orphansJson(agent), form, printOrphans);
+}
+
+void showTableJson(std::ostream& os, Agent& agent, const std::string& commandLine) {
+  std::ostringstream table;
+  agent.runCommand(commandLine, table);
+  printJson(os, tableJson(table.str()));
+}
+
+void showCallsJson(std::ostream& os, Chip& chip, bool all) {
+  std::ostringstream calls;
+  if (all) {
+    chip.printCalls(calls);
+  } else {
+    chip.printCallsSinceLastLook(calls);
+  }
+  printJson(os, callsJson(chip, calls.str()));
+}
+
+void showSkimtraceJson(std::ostream& os, std::size_t last) { printJson(os, skimtraceJson(last)); }
+
+bool hasJsonForm(const std::string& view) {
+  static const std::set<std::string> views = {"hw",     "chip",  "counters",  "leftovers",
+                                              "inputs", "tasks", "log-events"};
+  return views.contains(view);
+}
+
+void showJson(std::ostream& os, const Agent& agent, const std::string& view) {
+  const Chip& chip = agent.chip();
+  if (view == "hw") printJson(os, hwJson(*agent.hwStatus()));
+  if (view == "chip") printJson(os, chipJson(chip));
+  if (view == "counters") printJson(os, countersJson(chip));
+  if (view == "leftovers") printJson(os, leftoversJson(chip));
+  if (view == "inputs") printJson(os, inputsJson(agent));
+  if (view == "tasks") printJson(os, tasksJson(agent.scheduler()));
+  if (view == "log-events") printJson(os, logEventsJson());
 }
 
 }  // namespace Sim

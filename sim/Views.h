@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "Mox/Seconds.h"
 #include "sim/Agent.h"
@@ -32,6 +32,28 @@ class BacklogWatch {
  private:
   std::map<std::string, Mox::Seconds> since_;  // "policy/match/action" -> queued at
 };
+
+// How a view is printed: as text, or as one JSON document.
+enum class ViewForm { text, json };
+
+// The views, printed in either form. Those that look at the system need it started.
+void showSummary(std::ostream& os, const Agent& agent, ViewForm form);
+void showTopology(std::ostream& os, const Agent& agent, const BacklogWatch& watch, ViewForm form);
+void showDrift(std::ostream& os, const Agent& agent, const std::optional<std::string>& policy,
+               ViewForm form);
+void showSettings(std::ostream& os, const Agent& agent, ViewForm form);
+void showOrphans(std::ostream& os, const Agent& agent, ViewForm form);
+
+// The JSON forms of the views the simulator prints as text elsewhere. `commandLine` is the show
+// command as the agent's registry gets it; the calls view marks the calls it shows as seen
+// unless `all`.
+void showTableJson(std::ostream& os, Agent& agent, const std::string& commandLine);
+void showCallsJson(std::ostream& os, Chip& chip, bool all);
+void showSkimtraceJson(std::ostream& os, std::size_t last);
+// hw, chip, counters, leftovers, inputs, tasks, log-events.
+bool hasJsonForm(const std::string& view);
+// Precondition: hasJsonForm(view).
+void showJson(std::ostream& os, const Agent& agent, const std::string& view);
 
 // The system's configurable attributes and the scheduler's time slice.
 struct Setting {
