@@ -500,10 +500,15 @@ Json tableJson(const std::string& tableText) {
   Json rows = Json::array();
   std::istringstream in(tableText);
   std::string line;
+  // A separator, the header, a separator, then the rows: a row is never all hyphens, and the
+  // header is known by its place, not its words (a policy may be named "Policy").
+  std::size_t separators = 0;
   while (std::getline(in, line)) {
-    if (line.empty() || line.find_first_not_of('-') == std::string::npos) continue;
+    if (separators < 2) {
+      if (!line.empty() && line.find_first_not_of('-') == std::string::npos) ++separators;
+      continue;
+    }
     std::vector<std::string> fields = LineParser::split(line);
-    if (!fields.empty() && fields.front() == "Policy") continue;
     // The recirculation interface has an empty name: its column is blank.
     if (fields.size() == std::size(kColumns) - 1) {
       fields.insert(fields.begin() + kIntf, "");

@@ -227,6 +227,12 @@ TEST_F(ViewsTest, TableJsonHoldsTheRowsOfTheSystemsTable) {
   for (const Json& row : rows) recirculation = recirculation || row["intf"] == "";
   EXPECT_TRUE(recirculation);
   EXPECT_EQ(Json::parse(output("show table Q json"))["rows"].size(), 0U);
+  // A policy may be named like the header's first column.
+  ASSERT_EQ(run("policy Policy"), Outcome::ok);
+  ASSERT_EQ(run("match Policy m flow src 10.5.0.0/16:0 dst 239.5.5.5/32:5000"), Outcome::ok);
+  ASSERT_EQ(run("action Policy m a dst 239.6.6.6:5000 version 1"), Outcome::ok);
+  ASSERT_EQ(run("nexthop Policy m a Ethernet1 vlan 10 mac 00:00:00:00:00:00"), Outcome::ok);
+  EXPECT_EQ(Json::parse(output("show table Policy json"))["rows"][0]["policy"], "Policy");
 }
 
 TEST_F(ViewsTest, LookingChangesNothingAndTracesNothing) {
