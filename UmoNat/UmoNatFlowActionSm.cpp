@@ -78,14 +78,21 @@ UmoNatFlowActionSm::GroupUses UmoNatFlowActionSm::groupUses(NatFlowType ft) cons
   return uses;
 }
 
-Ip::Nat::NatFlowType UmoNatFlowActionSm::getFlowType() const {
+Nexo::IpAddr UmoNatFlowActionSm::flowTypeAddr() const {
   Nexo::IpAddr dip = actionStatus_->dst().ip();
   if (dip.isZero()) dip = hwMatchStatus_->flow().dstAddr();
-  NatFlowType type = NatFlowType::natFlowTypeNone;
-  if (!dip.isZero()) {
-    type = dip.isMulticast() ? NatFlowType::natFlowTypeMulticast : NatFlowType::natFlowTypeUnicast;
-  }
-  MOX_TRACE(traceHandle, 2, "Flow type: " << type << " (dip: " << dip << ")");
+  return dip;
+}
+
+Ip::Nat::NatFlowType UmoNatFlowActionSm::deriveFlowType() const {
+  const Nexo::IpAddr dip = flowTypeAddr();
+  if (dip.isZero()) return NatFlowType::natFlowTypeNone;
+  return dip.isMulticast() ? NatFlowType::natFlowTypeMulticast : NatFlowType::natFlowTypeUnicast;
+}
+
+Ip::Nat::NatFlowType UmoNatFlowActionSm::getFlowType() const {
+  const NatFlowType type = deriveFlowType();
+  MOX_TRACE(traceHandle, 2, "Flow type: " << type << " (dip: " << flowTypeAddr() << ")");
   return type;
 }
 

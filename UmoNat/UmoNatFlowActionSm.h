@@ -11,6 +11,7 @@
 #include "UmoNat/UmoNatExport.h"
 #include "UmoNat/UmoNatFlowMatchSm.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
+#include "UmoNat/UmoNatFlowPortSetProbe.h"
 
 class UmoNatFlowMcastTopologySm;
 
@@ -59,8 +60,10 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   bool initialized() const { return initialized_; }
 
   // Unicast, multicast, or none: from the action's destination, else the
-  // match flow's destination.
+  // match flow's destination. Traces what it found.
   Ip::Nat::NatFlowType getFlowType() const;
+  // The same without a trace line.
+  Ip::Nat::NatFlowType deriveFlowType() const;
   // The groups the match needs: 2 when neither the flow nor some action of
   // the match names a destination, else 1.
   std::uint32_t getGroupNum() const;
@@ -86,6 +89,13 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   // its next hops and the topology, registering the action in the topology's
   // index under everything it used (after withdrawing it first).
   void updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps);
+  // The port sets a pass with flow type `ft` would compute on today's
+  // topology, into `vps` (fresh and empty), without any side effect: nothing
+  // is registered in the topology's index, no hardware is called, no trace is
+  // written; each step goes to `probe`. Requires an initialized machine with a
+  // non-zero version.
+  void computeSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, Ip::Nat::NatFlowType ft,
+                        UmoNatFlowPortSetProbe& probe) const;
   // Brings the hardware port sets of the match's groups from those recorded in
   // the hardware status to `vps`, giving every port set of `vps` its ids.
   void updateHwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps);
@@ -113,6 +123,12 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   // deleted, so that nothing the chip holds is forgotten.
   void keepProgrammedPortSets(Ip::Nat::NatFlowVlanPortSets& vps) const;
   std::uint32_t version() const;
+  // The address the flow type is derived from (zero when there is none).
+  Nexo::IpAddr flowTypeAddr() const;
+  // The port-set walk of updateSwPortSet: live (`probe` null) it registers
+  // this machine and traces, dry it only reports to `probe`.
+  void fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, Ip::Nat::NatFlowType ft,
+                     UmoNatFlowPortSetProbe* probe);
 
   // How the action uses one of its match's groups: which kind of port sets
   // and which of their ids. The first group is always used; the second only

@@ -42,6 +42,18 @@ bool sameIntfs(const Ip::Nat::NatFlowPortSet& a, const Ip::Nat::NatFlowPortSet& 
   return true;
 }
 
+// Tells a dry computation's probe that a physical next hop went into a port
+// set. A live computation has no trace line for this: the caller adds the
+// interface itself after the checks that it traces.
+void reportAdded(UmoNatFlowPortSetProbe* probe, bool unicast, const Nexo::IntfId& intf,
+                 std::uint16_t vlan) {
+  if (probe == nullptr) return;
+  std::ostringstream text;
+  text << "Added intf " << intf << " in port set of vlan " << vlan;
+  probe->step(UmoNatFlowPortSetProbe::Step::added, traceHandle.name(), 6, text.str());
+  probe->member(unicast, vlan, intf);
+}
+
 }  // namespace
 
 #define ACTION_HEAD(fn)                                                      \
@@ -53,77 +65,99 @@ void UmoNatFlowActionSm::updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPort
   MOX_TRACE(traceHandle, 2, ACTION_HEAD("updateSwPortSet") << ", ft: " << ft);
   MOX_ASSERT(initialized());
   MOX_ASSERT(actionStatus()->version());
-  const bool ucast = ft != NatFlowType::natFlowTypeMulticast;
-  const bool mcast = ft != NatFlowType::natFlowTypeUnicast;
   // The walk below registers the action again under every key it uses.
   topologySm_->delActionSm(this);
+  fillSwPortSet(*vps, ft, nullptr);
+}
+
+void UmoNatFlowActionSm::computeSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlowType ft,
+                                          UmoNatFlowPortSetProbe& probe) const {
+  MOX_ASSERT(initialized() && actionStatus()->version());
+  // A dry computation neither registers this machine anywhere nor changes it.
+  const_cast<UmoNatFlowActionSm*>(this)->fillSwPortSet(vps, ft, &probe);
+}
+
+// Each step is traced, or in a dry computation reported to the probe.
+#define STEP(level, kind, streamExpr) UMONAT_PROBE_STEP(probe, traceHandle, level, kind, streamExpr)
+
+void UmoNatFlowActionSm::fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlowType ft,
+                                       UmoNatFlowPortSetProbe* probe) {
+  const bool ucast = ft != NatFlowType::natFlowTypeMulticast;
+  const bool mcast = ft != NatFlowType::natFlowTypeUnicast;
 
   if (actionStatus_->intf().empty()) {
     // Recirculation: one unicast port set on the recirculation VLAN, whatever
     // the flow type.
     const std::uint16_t vlan = topologySm_->natFlowRecircVlan();
-    MOX_TRACE(traceHandle, 2, "Intf: recirc, vlan: " << vlan);
-    auto ps = vps->ucastPortSetIs(vlan);
+    STEP(2, nextHop, "Intf: recirc, vlan: " << vlan);
+    auto ps = vps.ucastPortSetIs(vlan);
     MOX_ASSERT(ps);
     ps->intfIs(Nexo::IntfId(""));
     ps->dmacIs(bridgingConfig_ ? bridgingConfig_->bridgeMacAddr() : Nexo::EthAddr());
-    topologySm_->addActionSmRecirc(this);
+    if (probe == nullptr) {
+      topologySm_->addActionSmRecirc(this);
+    } else {
+      probe->member(true, vlan, Nexo::IntfId(""));
+    }
     return;
   }
 
   for (const auto& [intf, nextHop] : actionStatus_->intf()) {
     const Ip::Nat::NatFlowNextHop* iter = &nextHop;
-    MOX_TRACE(traceHandle, 2,
-              "Intf: " << intf << ", vlan: " << iter->vlan() << ", mac: " << iter->mac());
+    STEP(2, nextHop, "Intf: " << intf << ", vlan: " << iter->vlan() << ", mac: " << iter->mac());
     if (Nexo::VlanIntfId::isVlanIntfId(intf)) {
       const std::uint16_t vid = Nexo::VlanIntfId::vlanId(intf);
       if (vid == 0 || vid == 4095) {
-        MOX_TRACE(traceHandle, 2, "Invalid vlan");
+        STEP(2, refused, "Invalid vlan");
         continue;
       }
-      if (ucast && !topologySm_->addSviPorts(vid, iter->mac(), vps.get(), true, this)) {
+      if (ucast && !topologySm_->addSviPorts(vid, iter->mac(), &vps, true, this, probe)) {
         // No multicast attempt either.
-        MOX_TRACE(traceHandle, 2, "Invalid or empty vlan");
+        STEP(2, refused, "Invalid or empty vlan");
         continue;
       }
-      if (mcast && !topologySm_->addSviPorts(vid, kMcastMac, vps.get(), false, this)) {
-        MOX_TRACE(traceHandle, 2, "Invalid or empty vlan");
+      if (mcast && !topologySm_->addSviPorts(vid, kMcastMac, &vps, false, this, probe)) {
+        STEP(2, refused, "Invalid or empty vlan");
       }
       continue;
     }
-    const std::uint16_t vlan = topologySm_->addPhysicalPort(intf, iter->vlan(), this);
+    const std::uint16_t vlan = topologySm_->addPhysicalPort(intf, iter->vlan(), this, probe);
     if (vlan == 0) {
-      MOX_TRACE(traceHandle, 2, "Invalid vlan or port state");
+      STEP(2, refused, "Invalid vlan or port state");
       continue;
     }
-    MOX_TRACE(traceHandle, 2, "PortSet intf: " << intf << ", vlan: " << vlan);
+    STEP(2, check, "PortSet intf: " << intf << ", vlan: " << vlan);
     if (ucast) {
       // A unicast flow's physical next hop always has a MAC; one of a flow
       // without a destination may not, and then there is no host to send to.
       if (ft != NatFlowType::natFlowTypeUnicast && iter->mac().isZero()) {
-        MOX_TRACE(traceHandle, 2, "Invalid mac (" << iter->mac() << ") for the intf, skip intf");
+        STEP(2, refused, "Invalid mac (" << iter->mac() << ") for the intf, skip intf");
         continue;
       }
-      auto ps = vps->ucastPortSetIs(vlan);
+      auto ps = vps.ucastPortSetIs(vlan);
       MOX_ASSERT(ps);
       MOX_ASSERT(iter->mac() != Nexo::EthAddr::ethAddrZero());
       // One destination MAC per unicast port set: the first next hop wins.
       if (!ps->dmac().isZero() && ps->dmac() != iter->mac()) {
-        MOX_TRACE(traceHandle, 2,
-                  "Different mac (" << ps->dmac() << ") already found in the vlan, skip intf");
+        STEP(2, refused,
+             "Different mac (" << ps->dmac() << ") already found in the vlan, skip intf");
         continue;
       }
       ps->intfIs(intf);
       ps->dmacIs(iter->mac());
+      reportAdded(probe, true, intf, vlan);
     }
     if (mcast) {
-      auto ps = vps->mcastPortSetIs(vlan);
+      auto ps = vps.mcastPortSetIs(vlan);
       MOX_ASSERT(ps);
       ps->intfIs(intf);
       ps->dmacIs(kMcastMac);
+      reportAdded(probe, false, intf, vlan);
     }
   }
 }
+
+#undef STEP
 
 void UmoNatFlowActionSm::updateHwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps) {
   const NatFlowType ft = hwActionStatus_->flowType();

@@ -16,6 +16,7 @@
 #include "Mox/Seconds.h"
 #include "UmoL3Intf/Table.h"
 #include "UmoNat/UmoNatExport.h"
+#include "UmoNat/UmoNatFlowPortSetProbe.h"
 #include "UmoNat/UmoNatflowActionSmIndex.h"
 #include "Vyr/Task.h"
 
@@ -111,16 +112,19 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   void topoConfigDel(const Pelo::String& name);
 
   // --- Validity ---
+  // Each check traces its steps, or with a `probe` reports them to it and
+  // traces nothing (a dry computation, see UmoNatFlowPortSetProbe).
   // The VLAN has status, a bridging topology with a reactor, and an L3
-  // interface that is up. `vlan` must be 1..4094 (else the VLAN range error).
-  bool validVlan(std::uint16_t vlan) const;
+  // interface that is up. Any number outside 1..4094 is not a valid VLAN.
+  bool validVlan(std::uint16_t vlan, UmoNatFlowPortSetProbe* probe = nullptr) const;
   // The interface is a forwarding member of the VLAN's topology. Call only
   // for a VLAN that validVlan accepted.
-  bool validPort(std::uint16_t vlan, const Nexo::IntfId& intf) const;
+  bool validPort(std::uint16_t vlan, const Nexo::IntfId& intf,
+                 UmoNatFlowPortSetProbe* probe = nullptr) const;
   // The VLAN on which `intf` carries this request (`vlan` 0: the caller has
   // none), or 0 when the interface is unusable.
-  std::uint16_t validSwitchIntf(std::uint16_t vlan, const Nexo::IntfId& intf,
-                                bool rejectRouted) const;
+  std::uint16_t validSwitchIntf(std::uint16_t vlan, const Nexo::IntfId& intf, bool rejectRouted,
+                                UmoNatFlowPortSetProbe* probe = nullptr) const;
 
   // --- L3 interfaces and the recirculation VLAN ---
   const Mox::Collection<Nexo::IntfId, std::uint16_t>& intfL3Index() const { return intfL3Index_; }
@@ -134,15 +138,19 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   void setNewNatFlowRecircVlan(const Nexo::IntfId& oldIntf);
 
   // --- Port-set building ---
+  // With a `probe` both compute the same answer but register nothing and
+  // trace nothing: each step goes to the probe instead.
   // Adds the ports of `vlan` reached through its VLAN interface to `vps`, as
   // unicast copies to `mac` or as multicast copies, and registers `actionSm`
   // under everything the answer depended on. True when an interface was added.
   bool addSviPorts(std::uint16_t vlan, const Nexo::EthAddr& mac, Ip::Nat::NatFlowVlanPortSets* vps,
-                   bool unicast, UmoNatFlowActionSm* actionSm);
+                   bool unicast, UmoNatFlowActionSm* actionSm,
+                   UmoNatFlowPortSetProbe* probe = nullptr);
   // The VLAN on which `intf` may be used (0: not usable); registers `actionSm`
   // under the interface (and `vlan` when non-zero).
   std::uint16_t addPhysicalPort(const Nexo::IntfId& intf, std::uint16_t vlan,
-                                UmoNatFlowActionSm* actionSm);
+                                UmoNatFlowActionSm* actionSm,
+                                UmoNatFlowPortSetProbe* probe = nullptr);
 
   // --- Action index ---
   // Looked up by key only, at a cost independent of the number of actions.

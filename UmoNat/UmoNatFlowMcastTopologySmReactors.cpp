@@ -361,51 +361,54 @@ void UmoNatFlowMcastTopologySm::MoxTopoPortConfig::handleTopologyIntfDel() {
 
 // --- Validity ---
 
-bool UmoNatFlowMcastTopologySm::validVlan(std::uint16_t vlan) const {
-  MOX_TRACE(traceHandle, 6, "UmoNatFlowMcastTopologySm::validVlan, vlan: " << vlan);
+// Each step is traced, or in a dry computation reported to the probe.
+#define STEP(level, kind, streamExpr) UMONAT_PROBE_STEP(probe, traceHandle, level, kind, streamExpr)
+
+bool UmoNatFlowMcastTopologySm::validVlan(std::uint16_t vlan, UmoNatFlowPortSetProbe* probe) const {
+  STEP(6, check, "UmoNatFlowMcastTopologySm::validVlan, vlan: " << vlan);
   // A number outside the VLAN range can have no VLAN status.
   if (!inVlanRange(vlan) || !vlanStatusDir_ ||
       !vlanStatusDir_->vlanStatus(Bridging::VlanId(vlan))) {
-    MOX_TRACE(traceHandle, 6, "Vlan status not found for vlan " << vlan);
+    STEP(6, refused, "Vlan status not found for vlan " << vlan);
     return false;
   }
   const Pelo::String* topo = vlanToTopoMap_.find(Bridging::VlanId(vlan));
   if (topo == nullptr) {
-    MOX_TRACE(traceHandle, 6, "No bridging topology for vlan " << vlan);
+    STEP(6, refused, "No bridging topology for vlan " << vlan);
     return false;
   }
   if (!moxTopoConfig_.contains(*topo)) {
-    MOX_TRACE(traceHandle, 6, "No moxTopo config for vlan " << vlan);
+    STEP(6, refused, "No moxTopo config for vlan " << vlan);
     return false;
   }
   const Nexo::IntfId* svi = umoL3IntfTable_ ? umoL3IntfTable_->routedPortName(vlan) : nullptr;
   if (svi == nullptr) {
-    MOX_TRACE(traceHandle, 6, "Vlan not found in the l3 intf table");
+    STEP(6, refused, "Vlan not found in the l3 intf table");
     return false;
   }
   auto ip = ipStatus_ ? ipStatus_->ipIntfStatus(*svi) : nullptr;
   if (!ip) {
-    MOX_TRACE(traceHandle, 6, "No ipIntfStatus found for the vlan");
+    STEP(6, refused, "No ipIntfStatus found for the vlan");
     return false;
   }
   if (ipIntfUp(*ip)) return true;
-  MOX_TRACE(traceHandle, 6, "L3 intf disabled");
+  STEP(6, refused, "L3 intf disabled");
   return false;
 }
 
-bool UmoNatFlowMcastTopologySm::validPort(std::uint16_t vlan, const Nexo::IntfId& intf) const {
-  MOX_TRACE(traceHandle, 6,
-            "UmoNatFlowMcastTopologySm::validPort, vlan: " << vlan << ", intf: " << intf);
+bool UmoNatFlowMcastTopologySm::validPort(std::uint16_t vlan, const Nexo::IntfId& intf,
+                                          UmoNatFlowPortSetProbe* probe) const {
+  STEP(6, check, "UmoNatFlowMcastTopologySm::validPort, vlan: " << vlan << ", intf: " << intf);
   const auto* sic = switchIntfConfig_.find(intf);
   if (sic == nullptr || !(*sic)->switchIntfConfig()) {
-    MOX_TRACE(traceHandle, 6, "Intf " << intf << " not found in switchIntfConfig");
+    STEP(6, refused, "Intf " << intf << " not found in switchIntfConfig");
     return false;
   }
   const Bridging::VlanId vlanId(vlan);
   auto vlanStatus = vlanStatusDir_ ? vlanStatusDir_->vlanStatus(vlanId) : nullptr;
   MOX_ASSERT(vlanStatus);
   if (vlanStatus->vlanPortStatus(intf) == nullptr) {
-    MOX_TRACE(traceHandle, 6, "Intf " << intf << " not found in vlan port status " << vlan);
+    STEP(6, refused, "Intf " << intf << " not found in vlan port status " << vlan);
     return false;
   }
   const Pelo::String* name = vlanToTopoMap_.find(vlanId);
@@ -413,48 +416,49 @@ bool UmoNatFlowMcastTopologySm::validPort(std::uint16_t vlan, const Nexo::IntfId
   MOX_ASSERT(ttc);
   const auto* port = (*ttc)->moxTopoPortConfig().find(intf);
   if (port == nullptr) {
-    MOX_TRACE(traceHandle, 6, "Intf " << intf << " not found in the topology");
+    STEP(6, refused, "Intf " << intf << " not found in the topology");
     return false;
   }
   if ((*port)->forwarding()) return true;
-  MOX_TRACE(traceHandle, 6, "Intf " << intf << " not in forwarding state");
+  STEP(6, refused, "Intf " << intf << " not in forwarding state");
   return false;
 }
 
 std::uint16_t UmoNatFlowMcastTopologySm::validSwitchIntf(std::uint16_t vlan,
                                                          const Nexo::IntfId& intf,
-                                                         bool rejectRouted) const {
-  MOX_TRACE(traceHandle, 6,
-            "UmoNatFlowMcastTopologySm::validSwitchIntf, vlan: " << vlan << ", intf: " << intf);
+                                                         bool rejectRouted,
+                                                         UmoNatFlowPortSetProbe* probe) const {
+  STEP(6, check,
+       "UmoNatFlowMcastTopologySm::validSwitchIntf, vlan: " << vlan << ", intf: " << intf);
   const auto* sic = switchIntfConfig_.find(intf);
   if (sic == nullptr || !(*sic)->switchIntfConfig()) {
-    MOX_TRACE(traceHandle, 6, "Intf " << intf << " not found in switchIntfConfig");
+    STEP(6, refused, "Intf " << intf << " not found in switchIntfConfig");
     return 0;
   }
   const auto& config = (*sic)->switchIntfConfig();
   const Bridging::SwitchportMode mode = config->switchportMode();
   const Bridging::VlanIdOrNone native = config->nativeVlan();
-  MOX_TRACE(traceHandle, 6, "Switchport mode: " << mode << ", native vlan: " << native);
+  STEP(6, check, "Switchport mode: " << mode << ", native vlan: " << native);
   if (native.isNone() || !inVlanRange(native.value())) {
-    MOX_TRACE(traceHandle, 6, "Invalid vlan");
+    STEP(6, refused, "Invalid vlan");
     return 0;
   }
   const bool routed = mode == Bridging::SwitchportMode::routed;
   if (rejectRouted && routed) {
-    MOX_TRACE(traceHandle, 6, "Intf in routed mode");
+    STEP(6, refused, "Intf in routed mode");
     return 0;
   }
   if (mode != Bridging::SwitchportMode::access && !routed) {
     // A multi-VLAN port carries the VLAN it is asked for; 4095 and numbers
     // beyond it are no VLAN.
     if (vlan != 0 && !inVlanRange(vlan)) {
-      MOX_TRACE(traceHandle, 6, "Invalid vlan");
+      STEP(6, refused, "Invalid vlan");
       return 0;
     }
     return vlan != 0 ? vlan : native.value();
   }
   if (vlan == 0 || vlan == native.value()) return native.value();
-  MOX_TRACE(traceHandle, 6, "Native vlan different from configured vlan");
+  STEP(6, refused, "Native vlan different from configured vlan");
   return 0;
 }
 
@@ -579,36 +583,41 @@ void UmoNatFlowMcastTopologySm::initializeL3Intf() {
 
 bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthAddr& mac,
                                             Ip::Nat::NatFlowVlanPortSets* vps, bool unicast,
-                                            UmoNatFlowActionSm* actionSm) {
-  MOX_TRACE(traceHandle, 6,
-            "UmoNatFlowMcastTopologySm::addSviPorts, vlan: " << vlan << ", mac: " << mac
-                                                             << ", unicast: " << unicast);
-  addActionSmVlan(vlan, actionSm);
+                                            UmoNatFlowActionSm* actionSm,
+                                            UmoNatFlowPortSetProbe* probe) {
+  STEP(6, check,
+       "UmoNatFlowMcastTopologySm::addSviPorts, vlan: " << vlan << ", mac: " << mac
+                                                        << ", unicast: " << unicast);
+  // A dry computation registers nothing.
+  const bool live = probe == nullptr;
+  if (live) addActionSmVlan(vlan, actionSm);
   if (unicast) {
     // Only a physical next hop of a unicast flow is sure to have a MAC: a
     // VLAN interface's may be zero, and there is no host to send to.
     if (mac.isZero()) return false;
-    addActionSmMac(mac, actionSm);
-    if (!validVlan(vlan)) return false;
+    if (live) addActionSmMac(mac, actionSm);
+    if (!validVlan(vlan, probe)) return false;
     auto fdb = bridgingStatus_ ? bridgingStatus_->fdbStatus(Bridging::Fid(vlan)) : nullptr;
     const Bridging::LearnedHost* host = fdb ? fdb->learnedHost(mac) : nullptr;
     if (host != nullptr) {
       const Nexo::IntfId intf = host->intf();
-      if (!validPort(vlan, intf) || validSwitchIntf(vlan, intf, true) == 0) return false;
-      MOX_TRACE(traceHandle, 6, "Added intf " << intf << " in port set of vlan " << vlan);
+      if (!validPort(vlan, intf, probe) || validSwitchIntf(vlan, intf, true, probe) == 0) {
+        return false;
+      }
+      STEP(6, added, "Added intf " << intf << " in port set of vlan " << vlan);
       auto ps = vps->ucastPortSetIs(vlan);
       MOX_ASSERT(ps);
       const Nexo::EthAddr dmac = ps->dmac();
       if (!dmac.isZero() && dmac != mac) {
-        MOX_TRACE(traceHandle, 2,
-                  "Different mac already found in the vlan (" << dmac << "), skip intf");
+        STEP(2, refused, "Different mac already found in the vlan (" << dmac << "), skip intf");
         return false;
       }
       ps->intfIs(intf);
       ps->dmacIs(mac);
+      if (probe != nullptr) probe->member(true, vlan, intf);
       return true;
     }
-  } else if (!validVlan(vlan)) {
+  } else if (!validVlan(vlan, probe)) {
     return false;
   }
   // Flood to the VLAN's ports.
@@ -616,12 +625,13 @@ bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthA
   if (!status) return false;
   bool added = false;
   for (const Nexo::IntfId& intf : status->vlanPortStatus().keys()) {
-    if (!validPort(vlan, intf) || validSwitchIntf(vlan, intf, true) == 0) continue;
-    MOX_TRACE(traceHandle, 6, "Added intf " << intf << " in port set of vlan " << vlan);
+    if (!validPort(vlan, intf, probe) || validSwitchIntf(vlan, intf, true, probe) == 0) continue;
+    STEP(6, added, "Added intf " << intf << " in port set of vlan " << vlan);
     auto ps = unicast ? vps->ucastPortSetIs(vlan) : vps->mcastPortSetIs(vlan);
     MOX_ASSERT(ps);
     ps->intfIs(intf);
     ps->dmacIs(mac);
+    if (probe != nullptr) probe->member(unicast, vlan, intf);
     added = true;
   }
   return added;
@@ -629,14 +639,17 @@ bool UmoNatFlowMcastTopologySm::addSviPorts(std::uint16_t vlan, const Nexo::EthA
 
 std::uint16_t UmoNatFlowMcastTopologySm::addPhysicalPort(const Nexo::IntfId& intf,
                                                          std::uint16_t vlan,
-                                                         UmoNatFlowActionSm* actionSm) {
-  MOX_TRACE(traceHandle, 6,
-            "UmoNatFlowMcastTopologySm::addPhysicalPort, intf; " << intf << ", vlan: " << vlan);
-  addActionSmIntf(intf, actionSm);
-  if (vlan != 0) addActionSmVlan(vlan, actionSm);
-  const std::uint16_t v = validSwitchIntf(vlan, intf, false);
+                                                         UmoNatFlowActionSm* actionSm,
+                                                         UmoNatFlowPortSetProbe* probe) {
+  STEP(6, check,
+       "UmoNatFlowMcastTopologySm::addPhysicalPort, intf; " << intf << ", vlan: " << vlan);
+  if (probe == nullptr) {
+    addActionSmIntf(intf, actionSm);
+    if (vlan != 0) addActionSmVlan(vlan, actionSm);
+  }
+  const std::uint16_t v = validSwitchIntf(vlan, intf, false, probe);
   if (v == 0) return 0;
-  if (!validVlan(v)) return 0;
-  if (!validPort(v, intf)) return 0;
+  if (!validVlan(v, probe)) return 0;
+  if (!validPort(v, intf, probe)) return 0;
   return v;
 }

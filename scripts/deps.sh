@@ -23,6 +23,7 @@ umonat_missing_packages() {
       command -v clang++ >/dev/null 2>&1 || missing+=(clang)
     fi
     [ -f /usr/include/readline/readline.h ] || missing+=(libreadline-dev)
+    [ -f /usr/include/nlohmann/json.hpp ] || missing+=(nlohmann-json3-dev)
     echo "${missing[@]:-}"
     return
   fi
@@ -31,6 +32,7 @@ umonat_missing_packages() {
   [ -f /usr/include/gmock/gmock.h ] || missing+=(libgmock-dev)
   [ -f /usr/include/benchmark/benchmark.h ] || missing+=(libbenchmark-dev)
   [ -f /usr/include/readline/readline.h ] || missing+=(libreadline-dev)
+  [ -f /usr/include/nlohmann/json.hpp ] || missing+=(nlohmann-json3-dev)
   dpkg -s libclang-rt-14-dev >/dev/null 2>&1 || missing+=(libclang-rt-14-dev)
   command -v nm >/dev/null 2>&1 || missing+=(binutils)
   if [ "$purpose" = test ]; then

@@ -19,6 +19,8 @@
 
 namespace Sim {
 
+class HelperLink;
+
 // The agent side of one simulation, the part of the switch's forwarding agent the system plugs
 // into: it owns every input entity the system follows, the hardware status tree it writes, the
 // simulated chip behind its hardware helper, the agent's command registry and a virtual clock.
@@ -62,6 +64,11 @@ class Agent {
   // Unregisters the show command and drops the root, which frees what the system holds in the
   // chip. Precondition: started.
   void stop();
+  // The agent restarts, as after a crash: the system goes without its calls reaching the chip
+  // (the process that made them is gone), the hardware status tree and the chip keep what they
+  // held, and the system starts again on the same inputs; its start-up wipe clears that tree
+  // without calling the hardware helper. Precondition: started.
+  void restart();
 
   // The flow type the system recorded for an action in its hardware status at the action's last
   // programming pass: the type that topology updates keep programming it with until its version
@@ -91,6 +98,7 @@ class Agent {
   Mox::Ptr<UmoL3Intf::Table> l3IntfTable_;
   Mox::Ptr<Ip::Status> ipStatus_;
   Mox::Ptr<Chip> chip_;
+  Mox::Ptr<HelperLink> helperLink_;    // the system's hardware helper: the chip, while connected
   ::Agent::CommandRegistry commands_;  // the agent's command framework
   Mox::Ptr<UmoNatFlowMcastSm> root_;
 };

@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "Mox/Assert.h"
+#include "sim/Explain.h"
 #include "sim/LineParser.h"
 #include "sim/Printers.h"
+#include "sim/Views.h"
 
 namespace Sim {
 
@@ -29,6 +31,7 @@ constexpr std::size_t kHelpColumn = 44;
 struct Context {
   Agent& agent;
   std::ostream& out;
+  BacklogWatch& backlogWatch;
   OvsDataplane* ovs;  // the real dataplane; null when the simulated chip forwards alone
 };
 
@@ -413,6 +416,7 @@ Prepared fdbCommand(LineParser& p, Context& c) {
     if (!existing) throw ScenarioError("VLAN " + std::to_string(fid.value()) + " has no MAC table");
     return {[&c, fid] { c.agent.bridgingStatus()->fdbStatusDel(fid); }};
   }
+  if (p.atEnd()) return {[&c, fid] { c.agent.bridgingStatus()->fdbStatusIs(fid); }};
   p.keyword("host");
   const Nexo::EthAddr mac = p.mac();
   if (mac.isMulticast() || mac.isZero()) {
@@ -636,10 +640,156 @@ Prepared sendCommand(LineParser& p, Context& c) {
   return {[&c, packet] { printForwarding(c.out, c.agent.chip().forward(packet)); }};
 }
 
+// ---- views: explain, drift, summary, topology, settings, JSON ----------------------------------
+
+void needsStart(const Context& c, std::string_view what) {
+  if (!c.agent.started()) {
+    throw ScenarioError(std::string(what) + " looks at the running system; use 'start' first");
+  }
+}
+
+// The words left on the line.
+std::size_t wordsLeft(const LineParser& p) {
+  LineParser rest = p;
+  return rest.rest().size();
+}
+
+// A last word "json" asks for the view as one JSON document.
+bool wantsJson(const LineParser& p) {
+  LineParser rest = p;
+  const std::vector<std::string> words = rest.rest();
+  return !words.empty() && words.back() == "json";
+}
+
+// An optional name before the closing "json", if any.
+std::optional<std::string> optionalName(LineParser& p, bool json, std::string_view what) {
+  if (wordsLeft(p) > (json ? 1U : 0U)) return p.word(what);
+  return std::nullopt;
+}
+
+void endView(LineParser& p, bool json) {
+  if (json) p.keyword("json");
+  p.end();
+}
+
+// The views that have a JSON form, and the text forms of those added to the system's own; nothing
+// for the text forms that showCommand prints itself.
+std::optional<Prepared> prepareView(const std::string& what, LineParser& p, Context& c) {
+  const bool json = wantsJson(p);
+  const ViewForm form = json ? ViewForm::json : ViewForm::text;
+  Agent& agent = c.agent;
+  std::ostream& out = c.out;
+  if (what == "summary") {
+    endView(p, json);
+    return Prepared{[&out, &agent, form] { showSummary(out, agent, form); }};
+  }
+  if (what == "topology") {
+    endView(p, json);
+    needsStart(c, "'show topology'");
+    BacklogWatch& watch = c.backlogWatch;
+    return Prepared{[&out, &agent, &watch, form] { showTopology(out, agent, watch, form); }};
+  }
+  if (what == "drift") {
+    const std::optional<std::string> policy = optionalName(p, json, "a policy name");
+    endView(p, json);
+    needsStart(c, "'show drift'");
+    if (policy) checkActionFilter(agent, ActionFilter{*policy, std::nullopt, std::nullopt});
+    return Prepared{[&out, &agent, policy, form] { showDrift(out, agent, policy, form); }};
+  }
+  if (what == "settings") {
+    endView(p, json);
+    needsStart(c, "'show settings'");
+    return Prepared{[&out, &agent, form] { showSettings(out, agent, form); }};
+  }
+  if (what == "orphans") {
+    endView(p, json);
+    return Prepared{[&out, &agent, form] { showOrphans(out, agent, form); }};
+  }
+  if (what == "hw" && p.accept("dot")) {
+    p.end();
+    return Prepared{[&out, &agent] { printHwDot(out, *agent.hwStatus()); }};
+  }
+  // The dataplane's views, JSON included, are showCommand's own.
+  if (!json || what == "dataplane") return std::nullopt;
+  // The JSON forms of the other views.
+  if (what == "table") {
+    const std::optional<std::string> policy = optionalName(p, json, "a policy name");
+    endView(p, json);
+    needsStart(c, "'show table'");
+    std::string line = Agent::kShowCommandName;
+    if (policy) line += " " + *policy;
+    return Prepared{[&out, &agent, line] { showTableJson(out, agent, line); }};
+  }
+  if (what == "skimtrace") {
+    std::size_t last = kDefaultSkimtraceRecords;
+    if (wordsLeft(p) > 1) last = p.number("a number of records", 1, 1000000);
+    endView(p, json);
+    return Prepared{[&out, last] { showSkimtraceJson(out, last); }};
+  }
+  if (what == "calls") {
+    const bool all = p.accept("all");
+    endView(p, json);
+    return Prepared{[&out, &agent, all] { showCallsJson(out, agent.chip(), all); }};
+  }
+  endView(p, json);
+  if (!hasJsonForm(what)) throw ParseError("cannot show " + quoted(what) + " as JSON");
+  return Prepared{[&out, &agent, what] { showJson(out, agent, what); }};
+}
+
+Prepared explainCommand(LineParser& p, Context& c) {
+  ActionFilter filter{p.word("a policy name"), std::nullopt, std::nullopt};
+  if (!p.atEnd()) filter.match = p.word("a match name");
+  if (!p.atEnd()) filter.action = p.word("an action name");
+  p.end();
+  needsStart(c, "'explain'");
+  checkActionFilter(c.agent, filter);
+  return {[&c, filter] { showExplanations(c.out, c.agent, filter); }};
+}
+
+Prepared setCommand(LineParser& p, Context& c) {
+  const std::string name = p.word("a setting");
+  if (!settings().contains(name)) {
+    std::string names;
+    for (const auto& [known, setting] : settings()) names += (names.empty() ? "" : ", ") + known;
+    throw ParseError("unknown setting " + quoted(name) + "; the settings are " + names);
+  }
+  if (name == "time-slice") {
+    const std::uint64_t steps = p.number("a number of steps", 0, 1000000000);
+    p.end();
+    return {[&c, steps] { c.agent.scheduler().timeSliceIs(steps); }};
+  }
+  if (name == "backlog-limit") {
+    const auto limit =
+        static_cast<std::uint32_t>(p.number("a number of actions", 0, 0xffffffffULL));
+    p.end();
+    needsStart(c, "'set backlog-limit'");
+    return {[&c, limit] { c.agent.root()->topologySm()->actionSmUpdateBacklogTaskLimitIs(limit); }};
+  }
+  const Mox::Seconds seconds = p.seconds();
+  p.end();
+  needsStart(c, "'set " + name + "'");
+  if (name == "retry-delay") {
+    return {[&c, seconds] { c.agent.root()->unprogrammedGroupTaskDelayIs(seconds); }};
+  }
+  return {[&c, seconds] {
+    c.agent.root()->topologySm()->actionSmUpdateBacklogTaskIntervalIs(seconds);
+  }};
+}
+
+Prepared restartCommand(LineParser& p, Context& c) {
+  p.end();
+  if (!c.agent.started()) throw ScenarioError("the system is not started; use 'start' first");
+  return {[&c] {
+    c.agent.restart();
+    showOrphans(c.out, c.agent, ViewForm::text);
+  }};
+}
+
 // ---- show -------------------------------------------------------------------------------------
 
 Prepared showCommand(LineParser& p, Context& c) {
   const std::string what = p.word("what to show");
+  if (std::optional<Prepared> view = prepareView(what, p, c)) return std::move(*view);
   if (what == "table") {
     std::string line = Agent::kShowCommandName;
     if (!p.atEnd()) line += " " + p.word("a policy name");
@@ -653,7 +803,17 @@ Prepared showCommand(LineParser& p, Context& c) {
   }
   if (what == "dataplane") {
     const bool stats = p.accept("stats");
+    const bool json = p.accept("json");
     p.end();
+    if (json) {
+      return {[&c, stats] {
+        if (stats) {
+          OvsDataplane::printStatsJson(c.out, c.ovs);
+        } else {
+          OvsDataplane::printJson(c.out, c.ovs);
+        }
+      }};
+    }
     if (c.ovs == nullptr) {
       return {[&c] {
         c.out << "dataplane: the simulated chip alone (umonat-sim --dataplane ovs adds Open "
@@ -787,6 +947,7 @@ const std::vector<Command>& commands() {
        "switch inputs",
        {{"fdb V host MAC intf INTF", "learn a host in a VLAN, or move it"},
         {"fdb V host MAC delete", "forget a host"},
+        {"fdb V", "add an empty MAC table for a VLAN"},
         {"fdb V delete", "drop a VLAN's MAC table"}},
        fdbCommand},
       {"ip",
@@ -807,6 +968,17 @@ const std::vector<Command>& commands() {
        "system and clock",
        {{"stop", "drop the root: the system frees all it holds"}},
        stopCommand},
+      {"restart",
+       "system and clock",
+       {{"restart", "the agent restarts: chip and hardware status keep what they held"}},
+       restartCommand},
+      {"set",
+       "system and clock",
+       {{"set retry-delay SECONDS", "set the delay of the retry of waiting matches"},
+        {"set backlog-interval SECONDS", "set the interval of the topology update backlog"},
+        {"set backlog-limit N", "set how many actions one backlog run re-evaluates"},
+        {"set time-slice N", "set the steps a task run may take (0: unlimited)"}},
+       setCommand},
       {"advance",
        "system and clock",
        {{"advance SECONDS", "move the clock, running the tasks that fall due"}},
@@ -828,19 +1000,29 @@ const std::vector<Command>& commands() {
        sendCommand},
       {"show",
        "show",
-       {{"show table [POLICY]", "run showNatFlowActionHw through the agent"},
-        {"show hw", "print the hardware status tree the system writes"},
-        {"show chip", "print the chip's tables, capacities and faults"},
-        {"show dataplane [stats]", "print what the real dataplane holds, or its figures"},
-        {"show calls", "print the chip calls made since the last look"},
-        {"show calls all", "print every chip call"},
-        {"show counters", "count calls, failures, refusals per operation"},
-        {"show leftovers", "print what the chip holds and what it refused"},
-        {"show inputs", "print the inputs as the lines that build them"},
-        {"show tasks", "print the timer tasks"},
-        {"show log-events", "print the registered log events"},
-        {"show skimtrace [N]", "print the newest N (default 20) Skimtrace records"}},
+       {{"show table [POLICY] [json]", "run showNatFlowActionHw through the agent"},
+        {"show hw [json]", "print the hardware status tree the system writes"},
+        {"show hw dot", "draw the hardware status tree as a Graphviz graph"},
+        {"show chip [json]", "print the chip's tables, capacities and faults"},
+        {"show dataplane [stats] [json]", "print what the real dataplane holds, or its figures"},
+        {"show calls [json]", "print the chip calls made since the last look"},
+        {"show calls all [json]", "print every chip call"},
+        {"show counters [json]", "count calls, failures, refusals per operation"},
+        {"show leftovers [json]", "print what the chip holds and what it refused"},
+        {"show inputs [json]", "print the inputs as the lines that build them"},
+        {"show tasks [json]", "print the timer tasks"},
+        {"show log-events [json]", "print the registered log events"},
+        {"show skimtrace [N] [json]", "print the newest N (default 20) Skimtrace records"},
+        {"show summary [json]", "count policies, matches, actions by state, chip use"},
+        {"show topology [json]", "VLAN validity, recirculation VLAN, index, backlog, retry"},
+        {"show drift [POLICY] [json]", "compare what is programmed with a fresh pass"},
+        {"show settings [json]", "print the settings 'set' changes"},
+        {"show orphans [json]", "print what the chip holds that no state owns"}},
        showCommand},
+      {"explain",
+       "show",
+       {{"explain POLICY [MATCH [ACTION]]", "why each action is programmed or not"}},
+       explainCommand},
       {"trace",
        "session",
        {{"trace PATTERN/LEVELS...", "turn trace levels on, e.g. trace UmoNat*/0-9"},
@@ -991,7 +1173,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
     reportError(unknownCommand(name));
     return Outcome::error;
   }
-  Context context{agent_, out_, ovs_.get()};
+  Context context{agent_, out_, backlogWatch_, ovs_.get()};
   Prepared prepared;
   running_ = true;
   try {
@@ -1018,6 +1200,7 @@ Interpreter::Outcome Interpreter::runLine(std::string_view text, std::string_vie
     return Outcome::error;
   }
   running_ = false;
+  backlogWatch_.observe(agent_);
   out_.flush();
   return syncDataplane() ? Outcome::ok : Outcome::error;
 }

@@ -11,6 +11,7 @@
 #include "sim/Agent.h"
 #include "sim/CommandGrammar.h"
 #include "sim/OvsDataplane.h"
+#include "sim/Views.h"
 
 namespace Sim {
 
@@ -87,6 +88,7 @@ class Interpreter {
   // Declared before the agent, so that it outlives the system's teardown, which it follows.
   std::unique_ptr<OvsDataplane> ovs_;
   Agent agent_;
+  BacklogWatch backlogWatch_;
   Mox::TraceSink previousTraceSink_;
   std::string previousTraceLevels_;
   std::size_t errors_ = 0;

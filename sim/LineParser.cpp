@@ -8,6 +8,10 @@ const std::string kNoWord;
 
 std::string quoted(std::string_view word) { return "'" + std::string(word) + "'"; }
 
+bool startsWithDigit(std::string_view word) {
+  return !word.empty() && word[0] >= '0' && word[0] <= '9';
+}
+
 // Decimal digits only, no sign, no leading zero unless the number is 0.
 bool isPlainNumber(std::string_view text) {
   if (text.empty() || text.size() > 19) return false;
@@ -175,23 +179,31 @@ bool LineParser::onOff() {
 }
 
 Bridging::SwitchportMode LineParser::switchportMode() {
+  // By number too, as the platform's records carry it: any value of the field, named or not.
+  if (startsWithDigit(peek())) {
+    return static_cast<Bridging::SwitchportMode>(number("a switchport mode", 0, 255));
+  }
   const std::string& text = take("a switchport mode");
   Bridging::SwitchportMode mode{};
   if (!Bridging::switchportModeFromString(text, mode)) {
     throw ParseError(
         "expected a switchport mode (access, trunk, tunnel, monitorSource, monitorDestination, "
-        "voice, routed), got " +
+        "voice, routed, or its number), got " +
         quoted(text));
   }
   return mode;
 }
 
 Bridging::Topology::PortState LineParser::portState() {
+  if (startsWithDigit(peek())) {
+    return static_cast<Bridging::Topology::PortState>(number("a port state", 0, 255));
+  }
   const std::string& text = take("a port state");
   Bridging::Topology::PortState state{};
   if (!Bridging::Topology::portStateFromString(text, state)) {
     throw ParseError(
-        "expected a port state (disabled, blocking, learning, forwarding, discarding), got " +
+        "expected a port state (disabled, blocking, learning, forwarding, discarding, or its "
+        "number), got " +
         quoted(text));
   }
   return state;

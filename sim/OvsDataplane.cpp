@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <ostream>
 
+#include <nlohmann/json.hpp>
+#include <sstream>
+
 #include "Bridging/Config.h"
 #include "UdpFrame.h"
 
@@ -165,6 +168,50 @@ void OvsDataplane::printStats(std::ostream& os) const {
                     ? 0.0
                     : static_cast<double>(sendNanoseconds_) / 1e6 / static_cast<double>(sends_));
   os << line;
+}
+
+void OvsDataplane::printJson(std::ostream& os, const OvsDataplane* dataplane) {
+  nlohmann::json doc = {{"dataplane", dataplane ? "ovs" : "chip"},
+                        {"bridge", nullptr},
+                        {"ports", nlohmann::json::array()},
+                        {"groups", nlohmann::json::array()},
+                        {"flows", nlohmann::json::array()}};
+  if (dataplane != nullptr) {
+    doc["bridge"] = dataplane->instance_.bridge();
+    for (const auto& [ofport, intf] : dataplane->intfs_) {
+      doc["ports"].push_back({{"ofport", ofport},
+                              {"port", "p" + std::to_string(ofport)},
+                              {"interface", intf.name().str()}});
+    }
+    // The bridge's own lines, as `show dataplane` prints them: groups first, then flows.
+    std::istringstream lines(dataplane->helper_->dump());
+    for (std::string line; std::getline(lines, line);) {
+      doc[line.starts_with("group_id=") ? "groups" : "flows"].push_back(line);
+    }
+  }
+  os << doc.dump(2) << "\n";
+}
+
+void OvsDataplane::printStatsJson(std::ostream& os, const OvsDataplane* dataplane) {
+  Ovs::NatFlowHelper::Stats s;
+  std::uint64_t sends = 0;
+  std::uint64_t sendNanoseconds = 0;
+  if (dataplane != nullptr) {
+    s = dataplane->helper_->stats();
+    sends = dataplane->sends_;
+    sendNanoseconds = dataplane->sendNanoseconds_;
+  }
+  const auto ms = [](auto ns) { return static_cast<double>(ns) / 1e6; };
+  const nlohmann::json doc = {{"dataplane", dataplane ? "ovs" : "chip"},
+                              {"helperCalls", s.calls},
+                              {"refused", s.refused},
+                              {"bundles", s.syncs},
+                              {"modifications", s.mods},
+                              {"syncMs", ms(s.syncTime.count())},
+                              {"longestSyncMs", ms(s.longestSync.count())},
+                              {"packets", sends},
+                              {"sendMs", ms(sendNanoseconds)}};
+  os << doc.dump(2) << "\n";
 }
 
 }  // namespace Sim

@@ -50,6 +50,10 @@ class OvsDataplane {
   // "show dataplane stats": helper calls, bundles, modifications and wall-clock times.
   void printStats(std::ostream& os) const;
 
+  // The same as one JSON document (docs/views.md); `dataplane` null: the chip forwards alone.
+  static void printJson(std::ostream& os, const OvsDataplane* dataplane);
+  static void printStatsJson(std::ostream& os, const OvsDataplane* dataplane);
+
   Ovs::NatFlowHelper& helper() const { return *helper_; }
 
  private:

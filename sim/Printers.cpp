@@ -83,6 +83,7 @@ void printBridgingInputs(std::ostream& os, const Agent& agent) {
   }
   printTopologyInputs(os, *agent.brTopo());
   for (const auto& [fid, fdb] : agent.bridgingStatus()->fdbStatus()) {
+    if (fdb->learnedHost().empty()) os << "fdb " << fid << "\n";
     for (const auto& [mac, host] : fdb->learnedHost()) {
       os << "fdb " << fid << " host " << mac << " intf " << host.intf() << "\n";
     }
@@ -156,7 +157,15 @@ void printHwStatus(std::ostream& os, const Ip::Nat::HwNatFlowStatus& hwStatus) {
            << action->srcFlow() << "/" << action->srcLen() << " -> " << action->srcNat() << "  dst "
            << action->dstFlow() << "/" << action->dstLen() << " -> " << action->dstNat() << "\n";
         const auto& vps = action->vlanPortSets();
-        if (!vps) continue;
+        // No record (no pass yet) and a record without port sets read differently.
+        if (!vps) {
+          os << "      no port-set record\n";
+          continue;
+        }
+        if (vps->ucastPortSet().empty() && vps->mcastPortSet().empty()) {
+          os << "      port-set record empty\n";
+          continue;
+        }
         printPortSets(os, "ucast", vps->ucastPortSet());
         printPortSets(os, "mcast", vps->mcastPortSet());
       }

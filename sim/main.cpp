@@ -73,6 +73,11 @@ void printUsage(std::ostream& os) {
         "command line. A failed assertion of the system aborts the run after naming the scenario\n"
         "line that led to it.\n"
         "\n"
+        "Why is a flow not programmed? 'explain POLICY' says, in the system's trace words;\n"
+        "docs/operators.md lists every condition in order, with the trace source and level that\n"
+        "reports it. The environment variable MOX_TRACE turns traces on for a whole run, as the\n"
+        "'trace' command does: MOX_TRACE='UmoNat*/0-9 SimChip/1' umonat-sim a.scn\n"
+        "\n"
         "Scenario commands:\n";
   Sim::Interpreter::printHelp(os);
 }

@@ -18,6 +18,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 // A state that makes the system hold groups, a waiting match and a pending retry.
 const char* const kScript =
@@ -59,6 +60,39 @@ TEST(AgentTest, StopLeavesACleanStateAndNothingLeaks) {
     agent.start();
     agent.stop();
     EXPECT_TRUE(agent.chip().empty());
+  }
+  EXPECT_EQ(Mox::PtrInterface::instances(), before);
+}
+
+TEST(AgentTest, RestartLeavesTheChipAsItWasAndTheWipeCallsNothing) {
+  const std::int64_t before = Mox::PtrInterface::instances();
+  {
+    std::ostringstream out;
+    Sim::Interpreter sim(out, out);
+    std::istringstream in(kScript);
+    ASSERT_EQ(sim.runStream(in, "s", false), Sim::Interpreter::Outcome::ok) << out.str();
+    Sim::Agent& agent = sim.agent();
+    ASSERT_EQ(agent.chip().groups().size(), 2u);
+    const std::size_t calls = agent.chip().calls().size();
+    {
+      // The old system's clean-up still decides to free its groups, but no call reaches the
+      // chip; the new system starts, wipes the records and asks for groups of its own.
+      Mox::TraceCapture capture("UmoNatFlowMcastSm/1 UmoNatFlowMatchSm/2");
+      agent.restart();
+      EXPECT_TRUE(capture.contains("Delete unicast group 1 for match a"));
+      EXPECT_TRUE(capture.contains("NatFlowMcastSm::handleInitialized"));
+    }
+    for (std::size_t i = calls; i < agent.chip().calls().size(); ++i) {
+      EXPECT_THAT(agent.chip().calls()[i].text, StartsWith("createNatFlowGroup"));
+    }
+    // Both groups stay with the chip, owned by no state: the new system finds it full.
+    EXPECT_EQ(agent.chip().groups().size(), 2u);
+    ASSERT_TRUE(agent.hwStatus()->natFlow("P"));
+    EXPECT_EQ(agent.hwStatus()->natFlow("P")->match("a")->groupIdUc(), 0u);
+    agent.stop();
+    EXPECT_EQ(agent.chip().groups().size(), 2u);
+    EXPECT_EQ(agent.chip().violationCount(), 0u);
+    EXPECT_TRUE(agent.hwStatus()->natFlow().empty());
   }
   EXPECT_EQ(Mox::PtrInterface::instances(), before);
 }

@@ -65,7 +65,7 @@ TEST_F(CommandGrammarTest, CompletesCommandsAndKeywordsOfPartialLines) {
   EXPECT_THAT(complete("sh"), ElementsAre("show"));
   EXPECT_THAT(complete("st"), ElementsAre("start", "stop"));
   EXPECT_THAT(complete("show c"), ElementsAre("calls", "chip", "counters"));
-  EXPECT_THAT(complete("show calls "), ElementsAre("all"));
+  EXPECT_THAT(complete("show calls "), ElementsAre("all", "json"));
   EXPECT_THAT(complete("chip fail "), ElementsAre("multicast", "unicast"));
   EXPECT_THAT(complete("chip fail unicast o"), ElementsAre("off", "on"));
   EXPECT_THAT(complete("chip groups "), ElementsAre("unlimited"));
@@ -103,7 +103,7 @@ TEST_F(CommandGrammarTest, CompletesTheNamesThatExistWhereTheyMayCome) {
 }
 
 TEST_F(CommandGrammarTest, ListsWhatMayComeNextWithItsHelp) {
-  EXPECT_THAT(nextWords("show calls "), ElementsAre("all", "<cr>"));
+  EXPECT_THAT(nextWords("show calls "), ElementsAre("all", "json", "<cr>"));
   EXPECT_EQ(helpOf("show calls ", "<cr>"), "print the chip calls made since the last look");
   EXPECT_EQ(helpOf("show calls ", "all"), "print every chip call");
   EXPECT_THAT(nextWords("policy video "), ElementsAre("delete", "<cr>"));
