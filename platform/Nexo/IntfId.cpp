@@ -2,13 +2,16 @@
 
 #include <array>
 #include <compare>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 namespace Nexo {
 
@@ -101,7 +104,12 @@ std::string naturalKey(std::string_view name) {
 
 }  // namespace
 
-struct IntfId::Entry {
+// Labels: comparing two ids compares two integers. A new name takes the middle of the gap
+// between its neighbours' labels; when there is none, every label is spread out again, in the
+// same order.
+struct IntfId::Entry : IntfId::Label {
+  Entry(Pelo::String n, std::string k, std::size_t h)
+      : name(std::move(n)), key(std::move(k)), hash(h) {}
   Pelo::String name;
   std::string key;
   std::size_t hash = 0;
@@ -109,22 +117,55 @@ struct IntfId::Entry {
 
 namespace {
 
-// Every name seen so far, by its text. Never freed: ids may live in objects destroyed at exit.
-std::unordered_map<std::string_view, std::unique_ptr<IntfId::Entry>>& internedNames() {
-  static auto* const names =
-      new std::unordered_map<std::string_view, std::unique_ptr<IntfId::Entry>>();
+// The natural order of two entries, from their keys, then bytewise.
+struct NaturalOrder {
+  bool operator()(const IntfId::Entry* a, const IntfId::Entry* b) const {
+    if (const int byKey = a->key.compare(b->key); byKey != 0) return byKey < 0;
+    // Equal under the natural order ("Et01", "Et1"): plain bytewise order makes it total.
+    return a->name.str() < b->name.str();
+  }
+};
+
+struct Registry {
+  // Every name seen so far, by its text, and the same entries in natural order.
+  std::unordered_map<std::string_view, std::unique_ptr<IntfId::Entry>> byName;
+  std::set<IntfId::Entry*, NaturalOrder> ordered;
+};
+
+// Never freed: ids may live in objects destroyed at exit.
+Registry& registry() {
+  static auto* const names = new Registry();
   return *names;
+}
+
+// Gives `entry`, just placed in `ordered`, a label between its neighbours'.
+void assignLabel(Registry& r, IntfId::Entry* entry) {
+  constexpr std::uint64_t kTop = std::uint64_t{1} << 62;
+  const auto at = r.ordered.find(entry);
+  const std::uint64_t low = at == r.ordered.begin() ? 0 : (*std::prev(at))->label;
+  const auto after = std::next(at);
+  const std::uint64_t high = after == r.ordered.end() ? kTop : (*after)->label;
+  if (high - low > 1) {
+    entry->label = low + (high - low) / 2;
+    return;
+  }
+  const std::uint64_t gap = kTop / (r.ordered.size() + 1);
+  std::uint64_t next = 0;
+  for (IntfId::Entry* e : r.ordered) e->label = next += gap;
 }
 
 const Pelo::String kEmptyName;
 
 }  // namespace
 
-const Pelo::String& IntfId::name() const { return entry_ == nullptr ? kEmptyName : entry_->name; }
+const Pelo::String& IntfId::name() const {
+  return entry_ == nullptr ? kEmptyName : static_cast<const Entry*>(entry_)->name;
+}
 
 IntfId::IntfId(const Pelo::String& name) {
   if (name.empty()) return;
-  auto& names = internedNames();
+  Registry& r = registry();
+  auto& names = r.byName;
   if (const auto it = names.find(std::string_view(name)); it != names.end()) {
     entry_ = it->second.get();
     return;
@@ -139,10 +180,12 @@ IntfId::IntfId(const Pelo::String& name) {
                                   " contains whitespace or a control character");
     }
   }
-  auto entry =
-      std::make_unique<Entry>(Entry{name, naturalKey(name), std::hash<Pelo::String>{}(name)});
-  entry_ = entry.get();
-  names.emplace(std::string_view(entry_->name), std::move(entry));
+  auto entry = std::make_unique<Entry>(name, naturalKey(name), std::hash<Pelo::String>{}(name));
+  IntfId::Entry* const e = entry.get();
+  names.emplace(std::string_view(e->name), std::move(entry));
+  r.ordered.insert(e);
+  assignLabel(r, e);
+  entry_ = e;
 }
 
 Pelo::String IntfId::shortName() const {
@@ -156,24 +199,14 @@ Pelo::String IntfId::shortName() const {
   return this->name();
 }
 
-std::strong_ordering operator<=>(const IntfId& a, const IntfId& b) {
-  if (a.entry_ == b.entry_) return std::strong_ordering::equal;
-  // The empty id has the empty key and name: it sorts first.
-  if (a.entry_ == nullptr) return std::strong_ordering::less;
-  if (b.entry_ == nullptr) return std::strong_ordering::greater;
-  const int byKey = a.entry_->key.compare(b.entry_->key);
-  if (byKey != 0) return byKey <=> 0;
-  // Equal under the natural order ("Et01", "Et1"): plain bytewise order makes it total.
-  return a.entry_->name.str().compare(b.entry_->name.str()) <=> 0;
-}
-
 std::ostream& operator<<(std::ostream& os, const IntfId& id) { return os << id.name(); }
 
 }  // namespace Nexo
 
 std::size_t std::hash<Nexo::IntfId>::operator()(const Nexo::IntfId& id) const noexcept {
   // The same value as hashing the name, so hashed collections keep their layout.
-  return id.entry_ == nullptr ? std::hash<Pelo::String>{}(Pelo::String()) : id.entry_->hash;
+  return id.entry_ == nullptr ? std::hash<Pelo::String>{}(Pelo::String())
+                              : static_cast<const Nexo::IntfId::Entry*>(id.entry_)->hash;
 }
 
 namespace Nexo {

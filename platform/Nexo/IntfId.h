@@ -17,8 +17,8 @@ namespace Nexo {
 //
 // Names are interned: an id is one pointer to the process-wide record of its name, made the
 // first time the name is seen and kept for the life of the process. Copying an id copies the
-// pointer, equality compares pointers, and ordering compares a key computed once per name whose
-// bytewise order is the natural order, so ids cost a few instructions as map keys. Not
+// pointer, equality compares pointers, and ordering compares two integers that the registry
+// keeps in the natural order of all names seen, so ids cost a few instructions as map keys. Not
 // thread-safe, like the rest of the platform: ids are made on the event loop's thread.
 class IntfId {
  public:
@@ -41,15 +41,27 @@ class IntfId {
   // bytewise and sort below or above every digit as their byte value says. Names equal under
   // that rule ("Et01", "Et1") fall back to plain bytewise order, so the order is total and
   // agrees with ==.
-  friend std::strong_ordering operator<=>(const IntfId& a, const IntfId& b);
+  friend std::strong_ordering operator<=>(const IntfId& a, const IntfId& b) {
+    if (a.entry_ == b.entry_) return std::strong_ordering::equal;
+    return label(a) <=> label(b);
+  }
 
-  // The interned record of a name; opaque outside IntfId.cpp.
+  // The part of a name's interned record that ordering reads: its place in the natural order of
+  // all names seen (labels ascend as the names do; the registry may spread them out again, in
+  // the same order). The rest of the record is IntfId.cpp's.
+  struct Label {
+    std::uint64_t label = 0;
+  };
   struct Entry;
 
  private:
   friend struct std::hash<IntfId>;
+  // The empty id sorts first: every name's label is above 0.
+  static std::uint64_t label(const IntfId& id) {
+    return id.entry_ == nullptr ? 0 : id.entry_->label;
+  }
   // The interned name; null for the empty id.
-  const Entry* entry_ = nullptr;
+  const Label* entry_ = nullptr;
 };
 
 std::ostream& operator<<(std::ostream& os, const IntfId& id);

@@ -182,6 +182,16 @@ TEST(IntfIdTest, OrderMatchesTheNaturalOrderOfTheNames) {
   }
 }
 
+// Names that keep arriving at the same place of the order (each below all before it) exhaust the
+// room between two neighbours again and again; the ids must keep their order throughout.
+TEST(IntfIdTest, OrderHoldsWhenNamesCrowdOnePlace) {
+  std::vector<IntfId> ids;
+  for (int n = 300; n > 0; --n) ids.emplace_back(Pelo::String("Crowd" + std::to_string(n)));
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    for (std::size_t j = 0; j < ids.size(); ++j) ASSERT_EQ(ids[i] <=> ids[j], j <=> i);
+  }
+}
+
 using NamePair = std::pair<const char*, const char*>;
 
 class IntfIdShortNameTest : public ::testing::TestWithParam<NamePair> {};
