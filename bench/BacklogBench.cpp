@@ -15,12 +15,7 @@ void BM_BacklogRunOf100(benchmark::State& state) {
   UmoNatBench::Switch sw(n);
   sw.start();
   auto* topo = sw.root->topologySm();
-  std::vector<UmoNatFlowActionSm*> actions;
-  for (const auto& [name, policy] : sw.root->policySm()) {
-    for (const auto& [m, match] : policy->matchSm()) {
-      for (const auto& [a, action] : match->actionSm()) actions.push_back(action.get());
-    }
-  }
+  const std::vector<UmoNatFlowActionSm*> actions = sw.actionSms();
   const auto& task = topo->actionSmUpdateBacklogTask();
   std::size_t next = 0;
   std::size_t allocations = 0;

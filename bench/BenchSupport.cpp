@@ -1,5 +1,7 @@
 #include "BenchSupport.h"
 
+#include "UmoNat/UmoNatFlowActionSm.h"
+
 #include <malloc.h>
 
 #include <cstdlib>
@@ -84,6 +86,16 @@ Switch::~Switch() {
 void Switch::start() {
   root = umoNatFlowMcastSmFactory(status, hwStatus, bridgingConfig, bridgingStatus, vlanStatusDir,
                                   brTopo, l3IntfTable, ipStatus, helper);
+}
+
+std::vector<UmoNatFlowActionSm*> Switch::actionSms() const {
+  std::vector<UmoNatFlowActionSm*> actions;
+  for (const auto& [name, policy] : root->policySm()) {
+    for (const auto& [m, match] : policy->matchSm()) {
+      for (const auto& [a, action] : match->actionSm()) actions.push_back(action.get());
+    }
+  }
+  return actions;
 }
 
 std::size_t Switch::heapInUse() { return mallinfo2().uordblks; }

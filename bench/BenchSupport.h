@@ -3,10 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "UmoNat/UmoNatFlowMcastHelper.h"
 #include "UmoNat/UmoNatFlowMcastSm.h"
 #include "Vyr/Task.h"
+
+class UmoNatFlowActionSm;
 
 namespace UmoNatBench {
 
@@ -58,6 +61,8 @@ struct Switch {
   explicit Switch(std::size_t actions, std::size_t special = 0, std::size_t actionsPerMatch = 10);
   ~Switch();
   void start();
+  // Every action state machine of the started system, in policy, match and action order.
+  std::vector<UmoNatFlowActionSm*> actionSms() const;
   // Heap bytes in use, from the allocator.
   static std::size_t heapInUse();
 

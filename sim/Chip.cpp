@@ -80,16 +80,11 @@ Nexo::IpAndPort translated(const Nexo::IpAndPort& endpoint, const Nexo::IpAndPor
   return Nexo::IpAndPort(nat.ip(), nat.port() == 0 ? endpoint.port() : nat.port());
 }
 
-// The MAC address the system gives every multicast port set: the IPv4 multicast prefix, which the
-// chip completes from each copy's destination group.
-constexpr Nexo::EthAddr kMulticastMacPrefix(0x01, 0x00, 0x5e, 0x00, 0x00, 0x00);
-
-// The destination MAC of a copy to `dst`: the multicast prefix completed with the low 23 bits of
-// a multicast destination, which is the address its receivers listen on; any other MAC as it is.
+// The destination MAC of a copy to `dst`: the IPv4 multicast prefix, which the system gives every
+// multicast port set, completed from a multicast destination; any other MAC as it is.
 Nexo::EthAddr copyMac(const Nexo::EthAddr& mac, const Nexo::IpAndPort& dst) {
-  if (mac != kMulticastMacPrefix || !dst.ip().isMulticast()) return mac;
-  const std::uint32_t ip = dst.ip().value();
-  return Nexo::EthAddr(0x01, 0x00, 0x5e, (ip >> 16) & 0x7f, (ip >> 8) & 0xff, ip & 0xff);
+  if (mac != Nexo::EthAddr::ipv4MulticastPrefix() || !dst.ip().isMulticast()) return mac;
+  return Nexo::EthAddr::ipv4Multicast(dst.ip().value());
 }
 
 }  // namespace

@@ -86,15 +86,8 @@ OvsDataplane::Sent OvsDataplane::send(const Packet& packet) {
   Ovs::UdpFrame frame;
   frame.srcMac = {0x02, 0x00, 0x00, 0x00, 0x00, 0xfe};
   frame.dstMac =
-      packet.dst.ip().isMulticast()
-          ? std::array<std::uint8_t, 6>{0x01,
-                                        0x00,
-                                        0x5e,
-                                        static_cast<std::uint8_t>((packet.dst.ip().value() >> 16) &
-                                                                  0x7f),
-                                        static_cast<std::uint8_t>(packet.dst.ip().value() >> 8),
-                                        static_cast<std::uint8_t>(packet.dst.ip().value())}
-          : macBytes(agent_.bridgingConfig()->bridgeMacAddr());
+      macBytes(packet.dst.ip().isMulticast() ? Nexo::EthAddr::ipv4Multicast(packet.dst.ip().value())
+                                             : agent_.bridgingConfig()->bridgeMacAddr());
   const auto sw = agent_.bridgingConfig()->switchIntfConfig(packet.intf);
   const bool untagged = packet.vlan == 0 || (sw && !sw->nativeVlan().isNone() &&
                                              sw->nativeVlan().value() == packet.vlan);

@@ -29,7 +29,7 @@ constexpr int kClassifierTable = 1;
 constexpr int kPortSetTable = 2;
 constexpr int kRecirculationTable = 3;
 
-constexpr Nexo::EthAddr kMulticastMacPrefix(0x01, 0x00, 0x5e, 0x00, 0x00, 0x00);
+constexpr Nexo::EthAddr kMulticastMacPrefix = Nexo::EthAddr::ipv4MulticastPrefix();
 constexpr std::uint32_t kMulticastNet = 0xe0000000U;  // 224.0.0.0/4
 constexpr std::uint32_t kMulticastLen = 4;
 
@@ -64,11 +64,6 @@ std::string rewrite(const char* field, const Nexo::IpAndPort& nat) {
 }
 
 std::string macText(const Nexo::EthAddr& mac) { return mac.stringValue().str(); }
-
-// The multicast MAC of an IPv4 group address: the prefix with its low 23 bits.
-Nexo::EthAddr multicastMac(std::uint32_t ip) {
-  return Nexo::EthAddr(0x01, 0x00, 0x5e, (ip >> 16) & 0x7f, (ip >> 8) & 0xff, ip & 0xff);
-}
 
 // Sets the destination MAC to the multicast MAC of the packet's (untranslated) destination.
 const char* const kMulticastMacFromDst =
@@ -414,7 +409,8 @@ void NatFlowHelper::renderPortSet(const PortSetKey& key, const PortSet& ps,
       if (dstOn && !dstT->nat.ip().isZero()) {
         // The destination is rewritten to a known address.
         const std::uint32_t to = dstT->nat.ip().value();
-        const Nexo::EthAddr mac = Nexo::IpAddr(to).isMulticast() ? multicastMac(to) : dmac;
+        const Nexo::EthAddr mac =
+            Nexo::IpAddr(to).isMulticast() ? Nexo::EthAddr::ipv4Multicast(to) : dmac;
         add(priority, match + dstMatch, rewrites + "set_field:" + macText(mac) + "->eth_dst,");
         continue;
       }

@@ -28,6 +28,13 @@ class EthAddr {
   explicit EthAddr(std::string_view text);
 
   static constexpr EthAddr ethAddrZero() { return EthAddr(); }
+  // The IPv4 multicast prefix 01:00:5e:00:00:00, and the MAC address of the IPv4 group `ip` (host
+  // order): the prefix completed with the group's low 23 bits, where its receivers listen.
+  static constexpr EthAddr ipv4MulticastPrefix() { return EthAddr(0x01, 0x00, 0x5e, 0, 0, 0); }
+  static constexpr EthAddr ipv4Multicast(std::uint32_t ip) {
+    return EthAddr(0x01, 0x00, 0x5e, static_cast<std::uint8_t>((ip >> 16) & 0x7f),
+                   static_cast<std::uint8_t>(ip >> 8), static_cast<std::uint8_t>(ip));
+  }
 
   const Bytes& bytes() const { return bytes_; }
   bool isZero() const { return *this == EthAddr(); }
