@@ -4,24 +4,6 @@
 
 #include <malloc.h>
 
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-std::size_t allocations = 0;
-
-}  // namespace
-
-// Every allocation of a benchmark program is counted (one event loop: no atomics needed).
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t /*size*/) noexcept { std::free(p); }
-
 namespace UmoNatBench {
 
 namespace {
@@ -99,7 +81,5 @@ std::vector<UmoNatFlowActionSm*> Switch::actionSms() const {
 }
 
 std::size_t Switch::heapInUse() { return mallinfo2().uordblks; }
-
-std::size_t allocationCount() { return allocations; }
 
 }  // namespace UmoNatBench

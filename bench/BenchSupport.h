@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Allocations.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
 #include "UmoNat/UmoNatFlowMcastSm.h"
 #include "Vyr/Task.h"
@@ -78,8 +79,5 @@ struct Switch {
   Mox::Ptr<CountingHelper> helper;
   Mox::Ptr<UmoNatFlowMcastSm> root;
 };
-
-// Allocations (operator new) made by the program so far.
-std::size_t allocationCount();
 
 }  // namespace UmoNatBench
