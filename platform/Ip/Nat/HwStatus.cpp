@@ -1,10 +1,10 @@
 #include "Ip/Nat/HwStatus.h"
 
-#include "Mox/Assert.h"
-
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "Mox/Assert.h"
 
 namespace Ip::Nat {
 
