@@ -3,100 +3,139 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "Mox/ConstView.h"
+#include "Mox/FlatCollection.h"
 #include "Mox/PtrSet.h"
 
 namespace {
 
-using Ints = Mox::Collection<int, std::string>;
+// The walk guarantees are the same for both keyed collections: every case below runs over each.
+struct OfCollection {
+  template <class K, class V>
+  using C = Mox::Collection<K, V>;
+};
+struct OfFlat {
+  template <class K, class V>
+  using C = Mox::FlatCollection<K, V>;
+};
+// Room for one element inside: the walks below then also cross from inside to the heap.
+struct OfFlatOne {
+  template <class K, class V>
+  using C = Mox::FlatCollection<K, V, std::less<K>, 1>;
+};
 
-Ints makeInts(std::initializer_list<int> keys) {
-  Ints c;
-  for (int k : keys) c.is(k, "v" + std::to_string(k));
-  return c;
-}
+template <class Of>
+class CollectionTest : public testing::Test {
+ protected:
+  using Ints = typename Of::template C<int, std::string>;
 
-// Walks `c`, calling `step(key)` on each element before moving on; returns the
-// keys visited.
-template <class Step>
-std::vector<int> walk(Ints& c, Step step) {
-  std::vector<int> seen;
-  for (auto it = c.begin(); it != c.end(); ++it) {
-    seen.push_back(it->first);
-    step(it->first);
+  static Ints makeInts(std::initializer_list<int> keys) {
+    Ints c;
+    for (int k : keys) c.is(k, "v" + std::to_string(k));
+    return c;
   }
-  return seen;
-}
 
-TEST(CollectionTest, WalksInAscendingKeyOrder) {
-  Ints c = makeInts({30, 10, 20});
-  EXPECT_EQ(walk(c, [](int) {}), (std::vector<int>{10, 20, 30}));
+  // Walks `c`, calling `step(key)` on each element before moving on; returns the
+  // keys visited.
+  template <class Step>
+  static std::vector<int> walk(Ints& c, Step step) {
+    std::vector<int> seen;
+    for (auto it = c.begin(); it != c.end(); ++it) {
+      seen.push_back(it->first);
+      step(it->first);
+    }
+    return seen;
+  }
+};
+using Kinds = testing::Types<OfCollection, OfFlat, OfFlatOne>;
+TYPED_TEST_SUITE(CollectionTest, Kinds);
+
+TYPED_TEST(CollectionTest, WalksInAscendingKeyOrder) {
+  auto c = this->makeInts({30, 10, 20});
+  EXPECT_EQ(this->walk(c, [](int) {}), (std::vector<int>{10, 20, 30}));
   EXPECT_EQ(c.size(), 3u);
   ASSERT_NE(c.find(20), nullptr);
   EXPECT_EQ(*c.find(20), "v20");
   EXPECT_EQ(c.find(25), nullptr);
+  EXPECT_EQ(c.keys(), (std::vector<int>{10, 20, 30}));
 }
 
-TEST(CollectionTest, RemovingTheCurrentElementKeepsTheWalkGoing) {
-  Ints c = makeInts({1, 2, 3, 4});
-  EXPECT_EQ(walk(c, [&](int k) { c.del(k); }), (std::vector<int>{1, 2, 3, 4}));
+TYPED_TEST(CollectionTest, RemovingTheCurrentElementKeepsTheWalkGoing) {
+  auto c = this->makeInts({1, 2, 3, 4});
+  EXPECT_EQ(this->walk(c, [&](int k) { c.del(k); }), (std::vector<int>{1, 2, 3, 4}));
   EXPECT_TRUE(c.empty());
 }
 
-TEST(CollectionTest, ElementsRemovedAheadAreNotVisited) {
-  Ints c = makeInts({1, 2, 3, 4, 5});
-  EXPECT_EQ(walk(c,
-                 [&](int k) {
-                   if (k == 2) {
-                     c.del(3);
-                     c.del(2);
-                     c.del(5);
-                   }
-                 }),
+TYPED_TEST(CollectionTest, ElementsRemovedAheadAreNotVisited) {
+  auto c = this->makeInts({1, 2, 3, 4, 5});
+  EXPECT_EQ(this->walk(c,
+                       [&](int k) {
+                         if (k == 2) {
+                           c.del(3);
+                           c.del(2);
+                           c.del(5);
+                         }
+                       }),
             (std::vector<int>{1, 2, 4}));
 }
 
-TEST(CollectionTest, InsertionsAheadAreVisitedAndBehindAreNot) {
-  Ints c = makeInts({10, 20, 30});
-  EXPECT_EQ(walk(c,
-                 [&](int k) {
-                   if (k == 20) {
-                     c.is(5, "behind");
-                     c.is(25, "ahead");
-                     c.del(20);
-                   }
-                 }),
+TYPED_TEST(CollectionTest, InsertionsAheadAreVisitedAndBehindAreNot) {
+  auto c = this->makeInts({10, 20, 30});
+  EXPECT_EQ(this->walk(c,
+                       [&](int k) {
+                         if (k == 20) {
+                           c.is(5, "behind");
+                           c.is(25, "ahead");
+                           c.del(20);
+                         }
+                       }),
             (std::vector<int>{10, 20, 25, 30}));
   EXPECT_TRUE(c.contains(5));
+  // Insertions that move the current element keep the walk on it.
+  auto d = this->makeInts({10, 20});
+  std::vector<std::string> values;
+  for (auto it = d.begin(); it != d.end(); ++it) {
+    if (it.key() == 10) d.is(1, "behind");
+    values.push_back(it->second);
+  }
+  EXPECT_EQ(values, (std::vector<std::string>{"v10", "v20"}));
 }
 
-TEST(CollectionTest, ClearingDuringAWalkEndsIt) {
-  Ints c = makeInts({1, 2, 3});
-  EXPECT_EQ(walk(c, [&](int) { c.delAll(); }), (std::vector<int>{1}));
+TYPED_TEST(CollectionTest, ClearingDuringAWalkEndsIt) {
+  auto c = this->makeInts({1, 2, 3});
+  EXPECT_EQ(this->walk(c, [&](int) { c.delAll(); }), (std::vector<int>{1}));
 }
 
-TEST(CollectionTest, RemovedValueIsDestroyedAfterItLeftTheCollection) {
+TYPED_TEST(CollectionTest, RemovedValuesAreDestroyedAfterTheyLeftTheCollection) {
+  struct Probe;
+  using Probes = typename TypeParam::template C<int, std::shared_ptr<Probe>>;
+  // Records, as it dies, its key and the keys still present.
   struct Probe {
-    Mox::Collection<int, std::shared_ptr<Probe>>* owner;
+    Probes* owner;
     int key;
-    bool* sawItselfGone;
-    ~Probe() { *sawItselfGone = !owner->contains(key); }
+    std::vector<std::string>* log;
+    ~Probe() {
+      std::string line = std::to_string(key) + ":";
+      for (int k : owner->keys()) line += " " + std::to_string(k);
+      log->push_back(line);
+    }
   };
-  Mox::Collection<int, std::shared_ptr<Probe>> c;
-  bool gone1 = false;
-  bool gone2 = false;
-  c.is(1, std::make_shared<Probe>(Probe{&c, 1, &gone1}));
-  c.is(2, std::make_shared<Probe>(Probe{&c, 2, &gone2}));
-  c.del(1);
-  EXPECT_TRUE(gone1);
+  Probes c;
+  std::vector<std::string> log;
+  for (int k : {3, 1, 2, 4}) c.is(k, std::shared_ptr<Probe>(new Probe{&c, k, &log}));
+  c.del(2);
+  c.is(4, nullptr);  // replaced: dies after the new value is in place
   c.delAll();
-  EXPECT_TRUE(gone2);
+  EXPECT_EQ(log, (std::vector<std::string>{"2: 1 3 4", "4: 1 3 4", "1:", "3:"}));
+  EXPECT_TRUE(c.empty());
 }
 
-TEST(CollectionTest, IsReplacesAndIsWithKeeps) {
-  Ints c;
+TYPED_TEST(CollectionTest, IsReplacesAndIsWithKeeps) {
+  typename TestFixture::Ints c;
   c.is(1, "a");
   c.is(1, "b");
   EXPECT_EQ(*c.find(1), "b");
@@ -106,6 +145,102 @@ TEST(CollectionTest, IsReplacesAndIsWithKeeps) {
   EXPECT_EQ(*c.find(1), "b");
   EXPECT_EQ(*c.find(2), "d");
   EXPECT_EQ(made, 1);
+  // A maker that inserts elements itself: the new value still lands in key order.
+  c.isWith(0, [&] {
+    c.is(-1, "m");
+    c.is(3, "n");
+    return std::string("z");
+  });
+  EXPECT_EQ(c.keys(), (std::vector<int>{-1, 0, 1, 2, 3}));
+  EXPECT_EQ(*c.find(0), "z");
+}
+
+TYPED_TEST(CollectionTest, CopiesHoldTheSameElements) {
+  auto c = this->makeInts({1, 2, 3});
+  auto copy = c;
+  c.del(2);
+  EXPECT_EQ(copy.keys(), (std::vector<int>{1, 2, 3}));
+  copy = c;
+  EXPECT_EQ(copy.keys(), (std::vector<int>{1, 3}));
+  EXPECT_EQ(*copy.find(3), "v3");
+}
+
+// Random walks under random changes visit the same keys in both collections.
+TEST(FlatCollectionTest, WalksUnderChangeAsCollectionDoes) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    Mox::Collection<int, int> tree;
+    Mox::FlatCollection<int, int, std::less<int>, 1> flat;
+    for (int i = 0; i < 6; ++i) {
+      const int k = static_cast<int>(random() % 12);
+      tree.is(k, k);
+      flat.is(k, k);
+    }
+    std::vector<int> treeSeen;
+    std::vector<int> flatSeen;
+    auto t = tree.begin();
+    auto f = flat.begin();
+    for (; t != tree.end() && f != flat.end(); ++t, ++f) {
+      treeSeen.push_back(t->second);
+      flatSeen.push_back(f->second);
+      for (int change = random() % 3; change > 0; --change) {
+        const int k = static_cast<int>(random() % 12);
+        if (random() % 2 != 0) {
+          tree.is(k, k);
+          flat.is(k, k);
+        } else {
+          tree.del(k);
+          flat.del(k);
+        }
+      }
+      if (random() % 3 == 0) {
+        tree.del(t.key());
+        flat.del(f.key());
+      }
+    }
+    EXPECT_EQ(t == tree.end(), f == flat.end());
+    EXPECT_EQ(treeSeen, flatSeen);
+    EXPECT_EQ(tree.keys(), flat.keys());
+  }
+}
+
+TEST(FlatCollectionTest, APresenceValueTakesNoRoom) {
+  EXPECT_EQ(sizeof(Mox::FlatEntry<std::uint64_t, Mox::Present>), sizeof(std::uint64_t));
+  Mox::FlatCollection<int, Mox::Present> set;
+  set.is(2, {});
+  set.is(1, {});
+  std::vector<std::pair<int, bool>> seen;
+  for (const auto& [k, present] : set) seen.emplace_back(k, present);
+  EXPECT_EQ(seen, (std::vector<std::pair<int, bool>>{{1, true}, {2, true}}));
+}
+
+struct Item : Mox::PtrInterface {
+  explicit Item(int v) : value(v) {}
+  int value;
+};
+
+// A view walks both kinds alike, and over a flat collection the key it yields stays valid
+// while the walk's body moves the elements.
+TEST(ConstViewTest, WalksAndFindsOverBothKinds) {
+  Mox::Collection<int, Mox::Ptr<Item>> tree;
+  Mox::FlatCollection<int, Mox::Ptr<Item>> flat;
+  for (int k : {20, 10}) {
+    tree.is(k, Mox::makePtr<Item>(k));
+    flat.is(k, Mox::makePtr<Item>(k));
+  }
+  for (const Mox::ConstView<int, Item> view :
+       {Mox::ConstView<int, Item>(tree), Mox::ConstView<int, Item>(flat)}) {
+    EXPECT_EQ(view.size(), 2u);
+    EXPECT_TRUE(view.contains(20));
+    EXPECT_EQ(view.find(10)->value, 10);
+    EXPECT_FALSE(view.find(15));
+  }
+  std::vector<std::pair<int, int>> seen;
+  for (const auto& [k, item] : Mox::ConstView<int, Item>(flat)) {
+    flat.is(k - 5, Mox::makePtr<Item>(k - 5));
+    seen.emplace_back(k, item->value);
+  }
+  EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{10, 10}, {20, 20}}));
 }
 
 struct Node {

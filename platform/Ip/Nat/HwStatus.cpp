@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "Mox/Assert.h"
+
 namespace Ip::Nat {
 
 // NatFlowPortSet
@@ -13,7 +15,7 @@ NatFlowPortSet::NatFlowPortSet(std::uint16_t vlan)
 
 void NatFlowPortSet::intfIs(const Nexo::IntfId& intf) {
   if (intf_.contains(intf)) return;
-  intf_.is(intf, true);
+  intf_.is(intf, Mox::Present());
   publishChange(Attr::intf, intf);
 }
 
@@ -102,38 +104,46 @@ Mox::Ptr<NatFlowVlanPortSets> natFlowVlanPortSetsFactory() {
 HwNatFlowActionStatus::HwNatFlowActionStatus(Pelo::String name) : Mox::Entity(std::move(name)) {}
 
 void HwNatFlowActionStatus::srcNatIs(Nexo::IpAndPort srcNat) {
-  if (srcNat_ == srcNat) return;
-  srcNat_ = srcNat;
+  if (this->srcNat() == srcNat) return;
+  srcNatIp_ = srcNat.ip();
+  srcNatPort_ = srcNat.port();
   publishChange(Attr::srcNat);
 }
 
 void HwNatFlowActionStatus::srcFlowIs(Nexo::IpAndPort srcFlow) {
-  if (srcFlow_ == srcFlow) return;
-  srcFlow_ = srcFlow;
+  if (this->srcFlow() == srcFlow) return;
+  srcFlowIp_ = srcFlow.ip();
+  srcFlowPort_ = srcFlow.port();
   publishChange(Attr::srcFlow);
 }
 
 void HwNatFlowActionStatus::srcLenIs(std::uint32_t srcLen) {
+  // Held in a byte: the action's records are many.
+  MOX_ASSERT(srcLen <= NatFlow::kMaxPrefixLen);
   if (srcLen_ == srcLen) return;
-  srcLen_ = srcLen;
+  srcLen_ = static_cast<std::uint8_t>(srcLen);
   publishChange(Attr::srcLen);
 }
 
 void HwNatFlowActionStatus::dstNatIs(Nexo::IpAndPort dstNat) {
-  if (dstNat_ == dstNat) return;
-  dstNat_ = dstNat;
+  if (this->dstNat() == dstNat) return;
+  dstNatIp_ = dstNat.ip();
+  dstNatPort_ = dstNat.port();
   publishChange(Attr::dstNat);
 }
 
 void HwNatFlowActionStatus::dstFlowIs(Nexo::IpAndPort dstFlow) {
-  if (dstFlow_ == dstFlow) return;
-  dstFlow_ = dstFlow;
+  if (this->dstFlow() == dstFlow) return;
+  dstFlowIp_ = dstFlow.ip();
+  dstFlowPort_ = dstFlow.port();
   publishChange(Attr::dstFlow);
 }
 
 void HwNatFlowActionStatus::dstLenIs(std::uint32_t dstLen) {
+  // Held in a byte: the action's records are many.
+  MOX_ASSERT(dstLen <= NatFlow::kMaxPrefixLen);
   if (dstLen_ == dstLen) return;
-  dstLen_ = dstLen;
+  dstLen_ = static_cast<std::uint8_t>(dstLen);
   publishChange(Attr::dstLen);
 }
 

@@ -6,6 +6,7 @@
 #include "Mox/Collection.h"
 #include "Mox/ConstView.h"
 #include "Mox/Entity.h"
+#include "Mox/FlatCollection.h"
 #include "Mox/Ptr.h"
 #include "Nexo/EthAddr.h"
 #include "Nexo/IntfId.h"
@@ -42,8 +43,8 @@ class NatFlowPortSet : public Mox::Entity {
 
   std::uint16_t vlan() const { return vlan_; }
 
-  // The member interfaces (a set: the value is always true).
-  const Mox::Collection<Nexo::IntfId, bool>& intf() const { return intf_; }
+  // The member interfaces: a set, walked as (interface, true).
+  const Mox::FlatCollection<Nexo::IntfId, Mox::Present>& intf() const { return intf_; }
   bool intf(const Nexo::IntfId& intf) const { return intf_.contains(intf); }
   // Publishes (Attr::intf, intf) when the interface was not a member.
   void intfIs(const Nexo::IntfId& intf);
@@ -62,11 +63,12 @@ class NatFlowPortSet : public Mox::Entity {
   ~NatFlowPortSet() override = default;
 
  private:
-  std::uint16_t vlan_;
-  Mox::Collection<Nexo::IntfId, bool> intf_;
-  Nexo::EthAddr dmac_;
+  // Port sets hold one or two interfaces mostly: a flat set keeps them inside the object.
+  Mox::FlatCollection<Nexo::IntfId, Mox::Present> intf_;
   std::uint32_t portSetId_ = 0;
   std::uint32_t portSetId2_ = 0;
+  std::uint16_t vlan_;
+  Nexo::EthAddr dmac_;
 };
 
 // The port sets of an action by VLAN, split into the VLANs whose copies are sent as unicast
@@ -103,8 +105,9 @@ class NatFlowVlanPortSets : public Mox::Entity {
   ~NatFlowVlanPortSets() override = default;
 
  private:
-  Mox::Collection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> ucastPortSet_;
-  Mox::Collection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> mcastPortSet_;
+  // An action replicates to a VLAN or two mostly: flat collections keep them inside the object.
+  Mox::FlatCollection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> ucastPortSet_;
+  Mox::FlatCollection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> mcastPortSet_;
 };
 
 // Returns a new, empty NatFlowVlanPortSets.
@@ -132,18 +135,18 @@ class HwNatFlowActionStatus : public Mox::Entity {
   const Pelo::String& name() const { return nameString(); }
 
   // The translated source.
-  Nexo::IpAndPort srcNat() const { return srcNat_; }
+  Nexo::IpAndPort srcNat() const { return {srcNatIp_, srcNatPort_}; }
   void srcNatIs(Nexo::IpAndPort srcNat);
-  // The matched source and its prefix length.
-  Nexo::IpAndPort srcFlow() const { return srcFlow_; }
+  // The matched source and its prefix length (0..32).
+  Nexo::IpAndPort srcFlow() const { return {srcFlowIp_, srcFlowPort_}; }
   void srcFlowIs(Nexo::IpAndPort srcFlow);
   std::uint32_t srcLen() const { return srcLen_; }
   void srcLenIs(std::uint32_t srcLen);
   // The translated destination.
-  Nexo::IpAndPort dstNat() const { return dstNat_; }
+  Nexo::IpAndPort dstNat() const { return {dstNatIp_, dstNatPort_}; }
   void dstNatIs(Nexo::IpAndPort dstNat);
-  // The matched destination and its prefix length.
-  Nexo::IpAndPort dstFlow() const { return dstFlow_; }
+  // The matched destination and its prefix length (0..32).
+  Nexo::IpAndPort dstFlow() const { return {dstFlowIp_, dstFlowPort_}; }
   void dstFlowIs(Nexo::IpAndPort dstFlow);
   std::uint32_t dstLen() const { return dstLen_; }
   void dstLenIs(std::uint32_t dstLen);
@@ -160,14 +163,20 @@ class HwNatFlowActionStatus : public Mox::Entity {
   ~HwNatFlowActionStatus() override = default;
 
  private:
-  Nexo::IpAndPort srcNat_;
-  Nexo::IpAndPort srcFlow_;
-  std::uint32_t srcLen_ = 0;
-  Nexo::IpAndPort dstNat_;
-  Nexo::IpAndPort dstFlow_;
-  std::uint32_t dstLen_ = 0;
-  NatFlowType flowType_ = NatFlowType::natFlowTypeUnicast;
+  // One of these per programmed action: the endpoints are kept as addresses and ports apart,
+  // which leaves no padding between the fields.
   Mox::Ptr<NatFlowVlanPortSets> vlanPortSets_;
+  Nexo::IpAddr srcNatIp_;
+  Nexo::IpAddr srcFlowIp_;
+  Nexo::IpAddr dstNatIp_;
+  Nexo::IpAddr dstFlowIp_;
+  std::uint16_t srcNatPort_ = 0;
+  std::uint16_t srcFlowPort_ = 0;
+  std::uint16_t dstNatPort_ = 0;
+  std::uint16_t dstFlowPort_ = 0;
+  std::uint8_t srcLen_ = 0;
+  std::uint8_t dstLen_ = 0;
+  NatFlowType flowType_ = NatFlowType::natFlowTypeUnicast;
 };
 
 // One match as programmed: its flow, the hardware groups allocated for its unicast and
