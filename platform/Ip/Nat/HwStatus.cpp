@@ -11,10 +11,11 @@ namespace Ip::Nat {
 
 namespace {
 
-// A port set is named after its VLAN. Every port set of a VLAN shares one copy of the name, made
-// the first time it is asked for: there are two port sets per programmed action.
+// A port set is named after its VLAN. The port sets of a VLAN share one copy of the name, made
+// the first time it is asked for: there are two port sets per programmed action. One table per
+// thread, so that threads keeping to their own records share nothing.
 Pelo::String vlanName(std::uint16_t vlan) {
-  static std::array<Pelo::String, 4096> names;
+  static thread_local std::array<Pelo::String, 4096> names;
   if (vlan >= names.size()) return Pelo::String(std::to_string(vlan));
   Pelo::String& name = names[vlan];
   if (name.empty()) name = Pelo::String(std::to_string(vlan));
