@@ -36,6 +36,8 @@ Publisher::~Publisher() {
 }
 
 Publisher::Entry* Publisher::entryFor(const Subscriber* subscriber) const {
+  // A null subscriber would match the entries removed during a delivery.
+  if (subscriber == nullptr) return nullptr;
   if (List* l = list()) {
     auto it = std::find_if(l->entries.begin(), l->entries.end(),
                            [subscriber](Entry e) { return subscriberOf(e) == subscriber; });
@@ -72,11 +74,10 @@ void Publisher::subscriberActiveIs(Subscriber* subscriber, bool active) const {
 }
 
 void Publisher::subscriberRemove(Subscriber* subscriber) const {
-  if (subscriber == nullptr) return;
   List* l = list();
   if (l == nullptr) {
     // A delivery in progress holds its own copy of the single entry.
-    if (subscribers_ != 0 && subscriberOf(subscribers_) == subscriber) subscribers_ = 0;
+    if (entryFor(subscriber) != nullptr) subscribers_ = 0;
     return;
   }
   Entry* e = entryFor(subscriber);

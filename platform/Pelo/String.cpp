@@ -6,7 +6,6 @@ namespace Pelo {
 
 namespace detail {
 std::atomic<bool> threadSafeStrings{false};
-constinit const std::string emptyString;
 }  // namespace detail
 
 void threadSafeStringsIs(bool threadSafe) {

@@ -18,7 +18,17 @@ void threadSafeStringsIs(bool threadSafe);
 
 namespace detail {
 extern std::atomic<bool> threadSafeStrings;
-extern const std::string emptyString;
+
+// The bytes of every empty String: made on first use and never destroyed, so
+// that static objects may use them at any time.
+inline const std::string& emptyString() {
+  static const union Holder {
+    Holder() : s() {}
+    ~Holder() {}
+    std::string s;
+  } holder;
+  return holder.s;
+}
 }  // namespace detail
 
 // The platform's string: a value type holding UTF-8 bytes. Names of policies,
@@ -58,7 +68,7 @@ class String {
   void swap(String& o) noexcept { std::swap(rep_, o.rep_); }
 
   const std::string& str() const noexcept {
-    return rep_ != nullptr ? rep_->s : detail::emptyString;
+    return rep_ != nullptr ? rep_->s : detail::emptyString();
   }
   const char* c_str() const noexcept { return str().c_str(); }
   std::size_t size() const noexcept { return rep_ != nullptr ? rep_->s.size() : 0; }
