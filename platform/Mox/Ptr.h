@@ -11,8 +11,9 @@
 namespace Mox {
 
 // Reference counts are plain increments by default. Switching the framework to
-// thread-safe mode makes every count an atomic read-modify-write from then on;
-// switch before any pointer is shared between threads.
+// thread-safe mode makes every count (those of shared Pelo::String blocks too)
+// an atomic read-modify-write from then on; switch before any pointer or string
+// is shared between threads.
 void threadSafePtrIs(bool threadSafe);
 bool threadSafePtr();
 

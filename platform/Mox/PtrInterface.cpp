@@ -1,6 +1,7 @@
 #include "Mox/Ptr.h"
 
 #include "Mox/Assert.h"
+#include "Pelo/String.h"
 
 namespace Mox {
 
@@ -14,6 +15,7 @@ std::atomic<std::int64_t> liveInstances{0};
 
 void threadSafePtrIs(bool threadSafe) {
   detail::threadSafePtr.store(threadSafe, std::memory_order_relaxed);
+  Pelo::threadSafeStringsIs(threadSafe);
 }
 bool threadSafePtr() { return detail::threadSafePtr.load(std::memory_order_relaxed); }
 

@@ -1,64 +1,117 @@
 #include "Pelo/Publisher.h"
 
 #include <algorithm>
+#include <memory>
+#include <vector>
 
 namespace Pelo {
+
+// The subscribers of a publisher that has had two at once.
+struct Publisher::List {
+  static_assert(alignof(std::vector<Entry>) > (kActive | kList));
+
+  std::vector<Entry> entries;
+  // Some entries were removed during a delivery and await the end of the last one.
+  bool needsCompaction = false;
+};
 
 void Subscriber::handlePublisherDestroyed(const Publisher& /*publisher*/) {}
 
 Publisher::~Publisher() {
   for (Delivery* d = deliveries_; d != nullptr; d = d->outer) d->publisherDestroyed = true;
-  // Take the list first: a subscriber told of the destruction must not find
-  // itself still subscribed.
-  std::vector<Entry> entries;
-  entries.swap(entries_);
-  for (const Entry& e : entries) {
-    if (e.subscriber != nullptr) e.subscriber->handlePublisherDestroyed(*this);
+  // Take the subscribers first: a subscriber told of the destruction must not
+  // find itself still subscribed.
+  const std::uintptr_t subscribers = subscribers_;
+  subscribers_ = 0;
+  if ((subscribers & kList) == 0) {
+    if (subscribers != 0) subscriberOf(subscribers)->handlePublisherDestroyed(*this);
+  } else {
+    const std::unique_ptr<List> taken(reinterpret_cast<List*>(subscribers & ~kList));
+    for (const Entry e : taken->entries) {
+      if (e != 0) subscriberOf(e)->handlePublisherDestroyed(*this);
+    }
   }
+  // A subscriber that subscribed again while being told is dropped silently.
+  delete list();
 }
 
 Publisher::Entry* Publisher::entryFor(const Subscriber* subscriber) const {
-  auto it = std::find_if(entries_.begin(), entries_.end(),
-                         [subscriber](const Entry& e) { return e.subscriber == subscriber; });
-  return it == entries_.end() ? nullptr : &*it;
+  // A null subscriber would match the entries removed during a delivery.
+  if (subscriber == nullptr) return nullptr;
+  if (List* l = list()) {
+    auto it = std::find_if(l->entries.begin(), l->entries.end(),
+                           [subscriber](Entry e) { return subscriberOf(e) == subscriber; });
+    return it == l->entries.end() ? nullptr : &*it;
+  }
+  return subscribers_ != 0 && subscriberOf(subscribers_) == subscriber ? &subscribers_ : nullptr;
 }
 
 void Publisher::subscriberAdd(Subscriber* subscriber, bool active) const {
   if (subscriber == nullptr) return;
   if (Entry* e = entryFor(subscriber)) {
-    e->active = active;
+    *e = (*e & ~kActive) | (active ? kActive : 0);
     return;
   }
-  entries_.push_back(Entry{subscriber, active});
+  const Entry added = reinterpret_cast<Entry>(subscriber) | (active ? kActive : 0);
+  if (subscribers_ == 0) {
+    subscribers_ = added;
+    return;
+  }
+  if (List* l = list()) {
+    l->entries.push_back(added);
+    return;
+  }
+  // The second subscriber: the inline one moves to a list, keeping its place.
+  auto l = std::make_unique<List>();
+  l->entries.reserve(2);
+  l->entries.push_back(subscribers_);
+  l->entries.push_back(added);
+  subscribers_ = reinterpret_cast<std::uintptr_t>(l.release()) | kList;
 }
 
 void Publisher::subscriberActiveIs(Subscriber* subscriber, bool active) const {
-  if (Entry* e = entryFor(subscriber)) e->active = active;
+  if (Entry* e = entryFor(subscriber)) *e = (*e & ~kActive) | (active ? kActive : 0);
 }
 
 void Publisher::subscriberRemove(Subscriber* subscriber) const {
+  List* l = list();
+  if (l == nullptr) {
+    // A delivery in progress holds its own copy of the single entry.
+    if (entryFor(subscriber) != nullptr) subscribers_ = 0;
+    return;
+  }
   Entry* e = entryFor(subscriber);
   if (e == nullptr) return;
   if (deliveries_ != nullptr) {
     // Keep positions stable for the deliveries in progress.
-    e->subscriber = nullptr;
-    needsCompaction_ = true;
+    *e = 0;
+    l->needsCompaction = true;
     return;
   }
-  entries_.erase(entries_.begin() + (e - entries_.data()));
+  l->entries.erase(l->entries.begin() + (e - l->entries.data()));
+  compact();
 }
 
 std::size_t Publisher::subscriberCount() const {
-  return static_cast<std::size_t>(std::count_if(
-      entries_.begin(), entries_.end(), [](const Entry& e) { return e.subscriber != nullptr; }));
+  if (List* l = list()) {
+    return static_cast<std::size_t>(
+        std::count_if(l->entries.begin(), l->entries.end(), [](Entry e) { return e != 0; }));
+  }
+  return subscribers_ != 0 ? 1 : 0;
 }
 
+// Outside any delivery: drops the entries removed during deliveries and goes
+// back to the inline form when one subscriber or none is left.
 void Publisher::compact() const {
-  std::erase_if(entries_, [](const Entry& e) { return e.subscriber == nullptr; });
-  needsCompaction_ = false;
+  List* l = list();
+  std::erase(l->entries, Entry{0});
+  l->needsCompaction = false;
+  if (l->entries.size() > 1) return;
+  subscribers_ = l->entries.empty() ? 0 : l->entries.front();
+  delete l;
 }
 
-void Publisher::publishChange(AttrId attr, const Key& key) const {
+void Publisher::deliver(AttrId attr, const Key& key) const {
   // Unlinks this delivery on every way out, exceptions included, unless the
   // publisher died during it.
   struct Guard {
@@ -67,18 +120,26 @@ void Publisher::publishChange(AttrId attr, const Key& key) const {
     ~Guard() {
       if (delivery.publisherDestroyed) return;
       publisher.deliveries_ = delivery.outer;
-      if (publisher.deliveries_ == nullptr && publisher.needsCompaction_) publisher.compact();
+      if (publisher.deliveries_ != nullptr) return;
+      if (List* l = publisher.list(); l != nullptr && l->needsCompaction) publisher.compact();
     }
   } guard{*this, Delivery{deliveries_, false}};
   deliveries_ = &guard.delivery;
-  // Subscribers added during this delivery sit beyond `count` and are skipped.
-  const std::size_t count = entries_.size();
+  List* l = list();
+  if (l == nullptr) {
+    // One subscriber: whatever it does to the list, nobody else is due this change.
+    if ((subscribers_ & kActive) != 0) subscriberOf(subscribers_)->handleChange(*this, attr, key);
+    return;
+  }
+  // The list stays put until the last delivery ends. Subscribers added during
+  // this delivery sit beyond `count` and are skipped.
+  const std::size_t count = l->entries.size();
   for (std::size_t i = 0; i < count; ++i) {
     // Re-read the entry each time: the vector may have grown (and moved) and the
     // entry may have been removed or parked by an earlier subscriber.
-    const Entry e = entries_[i];
-    if (e.subscriber == nullptr || !e.active) continue;
-    e.subscriber->handleChange(*this, attr, key);
+    const Entry e = l->entries[i];
+    if ((e & kActive) == 0) continue;
+    subscriberOf(e)->handleChange(*this, attr, key);
     if (guard.delivery.publisherDestroyed) return;  // `this` is gone: touch nothing
   }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstddef>
-#include <vector>
+#include <cstdint>
 
 #include "Pelo/Key.h"
 
@@ -40,14 +40,19 @@ class Subscriber {
 //  - the publisher may be destroyed during delivery: delivery stops at once.
 // A change published from inside a delivery (nested) is delivered completely
 // before the outer delivery goes on.
+//
+// Every entity is a publisher and most have no subscriber or one, so a
+// publisher is two words: the subscribers (none, one held inline, or a list on
+// the heap) and the deliveries in progress. The destructor is not virtual:
+// nothing is deleted through a Publisher*.
 class Publisher {
  public:
-  Publisher() = default;
+  Publisher() noexcept = default;
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
   // Tells every remaining subscriber (handlePublisherDestroyed) and stops any
   // delivery in progress.
-  virtual ~Publisher();
+  ~Publisher();
 
   // Subscribing is not a change of the publisher, so a const publisher (an input
   // entity) can be subscribed to.
@@ -63,25 +68,39 @@ class Publisher {
   std::size_t subscriberCount() const;
 
   // Delivers (attr, key) to every active subscriber.
-  void publishChange(AttrId attr, const Key& key = Key()) const;
+  void publishChange(AttrId attr, const Key& key = Key()) const {
+    if (subscribers_ != 0) deliver(attr, key);
+  }
 
  private:
-  struct Entry {
-    Subscriber* subscriber;  // not owned; null once removed during a delivery
-    bool active;
-  };
+  // A subscription is one word: the subscriber's address with kActive set
+  // while it receives changes; 0 in a list marks an entry removed during a
+  // delivery (positions stay stable until the last delivery ends).
+  using Entry = std::uintptr_t;
+  static constexpr Entry kActive = 1;
+  // Set in subscribers_ when it points at a List rather than one subscriber.
+  static constexpr std::uintptr_t kList = 2;
+  static_assert(alignof(Subscriber) > (kActive | kList));
+  struct List;
   // One delivery in progress, linked from the innermost outwards.
   struct Delivery {
     Delivery* outer;
     bool publisherDestroyed;
   };
 
+  static Subscriber* subscriberOf(Entry e) {
+    return reinterpret_cast<Subscriber*>(e & ~(kActive | kList));
+  }
+  List* list() const {
+    return (subscribers_ & kList) != 0 ? reinterpret_cast<List*>(subscribers_ & ~kList) : nullptr;
+  }
   Entry* entryFor(const Subscriber* subscriber) const;
+  void deliver(AttrId attr, const Key& key) const;
   void compact() const;
 
-  mutable std::vector<Entry> entries_;
+  // 0, one Entry, or a List* tagged with kList.
+  mutable std::uintptr_t subscribers_ = 0;
   mutable Delivery* deliveries_ = nullptr;
-  mutable bool needsCompaction_ = false;
 };
 
 }  // namespace Pelo

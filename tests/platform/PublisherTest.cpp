@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -135,6 +136,53 @@ TEST(PublisherTest, ThrowingSubscriberLeavesThePublisherUsable) {
   p.publishChange(2);
   EXPECT_EQ(log, "a:2 ");
   EXPECT_EQ(p.subscriberCount(), 1u);
+}
+
+// A publisher holds one subscriber inline and moves to a list at the second;
+// each move between the forms during a delivery keeps the re-entrancy rules.
+TEST(PublisherTest, GrowingAndShrinkingDuringDeliveryKeepsTheRules) {
+  std::string log;
+  Recorder a("a", &log), b("b", &log), c("c", &log);
+  Pelo::Publisher p;
+  p.subscriberAdd(&a);
+  a.action = [&] { p.subscriberAdd(&b); };  // 1 -> 2
+  p.publishChange(1);
+  a.action = [&] {
+    p.subscriberRemove(&b);  // 2 -> 1: b gets nothing more
+    p.subscriberAdd(&c);
+    p.subscriberRemove(&a);
+    p.subscriberActiveIs(nullptr, true);  // must not revive a removed entry
+  };
+  p.publishChange(2);
+  EXPECT_EQ(log, "a:1 a:2 ");
+  bool once = false;
+  c.action = [&] {
+    if (std::exchange(once, true)) return;
+    p.subscriberRemove(&c);  // 1 -> 0
+    p.subscriberAdd(&b, false);
+    p.subscriberAdd(&a);
+    p.publishChange(4);  // nested, to the new list
+  };
+  a.action = nullptr;
+  p.publishChange(3);
+  p.subscriberActiveIs(&b, true);
+  p.publishChange(5);
+  p.subscriberRemove(&b);
+  p.subscriberRemove(&a);  // 2 -> 0 outside a delivery
+  p.publishChange(6);
+  EXPECT_EQ(log, "a:1 a:2 c:3 a:4 b:5 a:5 ");
+  EXPECT_EQ(p.subscriberCount(), 0u);
+}
+
+TEST(PublisherTest, SoleSubscriberDestroyingThePublisherStopsTheDelivery) {
+  std::string log;
+  auto p = std::make_unique<Pelo::Publisher>();
+  Recorder a("a", &log);
+  p->subscriberAdd(&a);
+  a.action = [&] { p.reset(); };
+  Pelo::Publisher* raw = p.get();
+  raw->publishChange(1);
+  EXPECT_EQ(log, "a:1 a:gone ");
 }
 
 }  // namespace

@@ -9,6 +9,11 @@
 
 namespace {
 
+// Every record and state machine is an entity: with no fields of its own it
+// holds a vptr, the count and flag, the publisher and the name, no padding.
+static_assert(sizeof(Mox::Entity) <= 40);
+static_assert(sizeof(Pelo::Publisher) == 2 * sizeof(void*));
+
 // An input entity with a scalar attribute and a keyed collection.
 class Input : public Mox::Entity {
  public:
