@@ -30,6 +30,16 @@ class Reactor::FunctionSubscription final : public Reactor::Subscription {
   Dispatch dispatch_;
 };
 
+void Reactor::handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                           const Pelo::Key& key) {
+  if (zombie_) return;
+  (this->*firstMethod_)(publisher, attr, key);
+}
+
+void Reactor::handlePublisherDestroyed(const Pelo::Publisher& /*publisher*/) {
+  firstPublisher_ = nullptr;
+}
+
 Reactor::Reactor(Pelo::String name, Reactor* owner) : Entity(std::move(name)), owner_(owner) {
   if (owner_ != nullptr) owner_->nestedAdd(this);
 }
@@ -74,6 +84,7 @@ void Reactor::nestedRemove(Reactor* nested) {
 void Reactor::hasNotificationActiveIs(bool active) {
   if (zombie_) active = false;
   active_ = active;
+  if (firstPublisher_ != nullptr) firstPublisher_->subscriberActiveIs(this, active);
   for (Subscription* s = subscriptions_; s != nullptr; s = s->next) {
     if (s->publisher != nullptr) s->publisher->subscriberActiveIs(s, active);
   }
@@ -109,25 +120,30 @@ void Reactor::subscribe(const Pelo::Publisher& publisher, Dispatch dispatch) {
 }
 
 void Reactor::subscribeMethod(const Pelo::Publisher& publisher, Method method) {
-  Subscription* s =
-      firstSubscription_.reactor == nullptr ? &firstSubscription_ : new Subscription();
-  s->method = method;
-  subscriptionAdd(s, publisher);
+  if (firstMethod_ != nullptr) {
+    auto* s = new Subscription();
+    s->method = method;
+    subscriptionAdd(s, publisher);
+    return;
+  }
+  publisher.subscriberAdd(this, active_ && !zombie_);
+  firstPublisher_ = &publisher;
+  firstMethod_ = method;
 }
 
 void Reactor::subscriptionRelease(Subscription* s) {
   if (s->publisher != nullptr) s->publisher->subscriberRemove(s);
-  if (s == &firstSubscription_) {
-    s->reactor = nullptr;
-    s->publisher = nullptr;
-    s->next = nullptr;
-    s->method = nullptr;
-  } else {
-    delete s;
-  }
+  delete s;
+}
+
+void Reactor::firstSubscriptionRelease() {
+  if (firstPublisher_ != nullptr) firstPublisher_->subscriberRemove(this);
+  firstPublisher_ = nullptr;
+  firstMethod_ = nullptr;
 }
 
 void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
+  if (firstMethod_ != nullptr && firstPublisher_ == &publisher) firstSubscriptionRelease();
   Subscription** link = &subscriptions_;
   while (Subscription* s = *link) {
     if (s->publisher != &publisher) {
@@ -140,6 +156,7 @@ void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
 }
 
 void Reactor::unsubscribeAll() {
+  if (firstMethod_ != nullptr) firstSubscriptionRelease();
   while (Subscription* s = subscriptions_) {
     subscriptions_ = s->next;
     subscriptionRelease(s);

@@ -26,7 +26,10 @@ namespace Mox {
 //
 // A nested reactor (created with an owner) follows one input on behalf of its
 // owner; it is switched on and off and turned into a zombie along with it.
-class Reactor : public Entity {
+//
+// The reactor itself receives the changes of its first subscription made with
+// a member function; further subscriptions are small objects of their own.
+class Reactor : public Entity, private Pelo::Subscriber {
  public:
   using Dispatch = std::function<void(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)>;
 
@@ -97,8 +100,8 @@ class Reactor : public Entity {
  private:
   using Method = void (Reactor::*)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&);
 
-  // One subscription of this reactor to one publisher, dispatching to a member
-  // function. Subscriptions are linked in a list from `subscriptions_`.
+  // A subscription beyond the first: one object per subscription, dispatching
+  // to a member function, linked in a list from `subscriptions_`.
   class Subscription : public Pelo::Subscriber {
    public:
     Subscription() = default;
@@ -110,24 +113,31 @@ class Reactor : public Entity {
                       const Pelo::Key& key) override;
     void handlePublisherDestroyed(const Pelo::Publisher& publisher) override;
 
-    Reactor* reactor = nullptr;                  // null while the slot is free
+    Reactor* reactor = nullptr;
     const Pelo::Publisher* publisher = nullptr;  // not owned; null once it died
     Subscription* next = nullptr;
     Method method = nullptr;
   };
   class FunctionSubscription;
 
+  // The first subscription, received by the reactor itself.
+  void handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                    const Pelo::Key& key) override;
+  void handlePublisherDestroyed(const Pelo::Publisher& publisher) override;
+
   void subscribeMethod(const Pelo::Publisher& publisher, Method method);
   void subscriptionAdd(Subscription* s, const Pelo::Publisher& publisher);
-  // Takes `s` off its publisher and releases it; `s` must be unlinked.
+  // Takes `s` off its publisher and deletes it; `s` must be unlinked.
   void subscriptionRelease(Subscription* s);
+  // Takes the first subscription off its publisher and frees its place.
+  void firstSubscriptionRelease();
   void nestedAdd(Reactor* nested);
   void nestedRemove(Reactor* nested);
 
-  // The first member-function subscription lives here; further ones on the heap.
-  Subscription firstSubscription_;
-  Subscription* subscriptions_ = nullptr;  // newest first
-  Reactor* owner_ = nullptr;               // not owned
+  const Pelo::Publisher* firstPublisher_ = nullptr;  // not owned; null once it died
+  Method firstMethod_ = nullptr;                     // null while there is no first subscription
+  Subscription* subscriptions_ = nullptr;            // the others, newest first
+  Reactor* owner_ = nullptr;                         // not owned
   // The nested reactors, not owned (each unlinks itself when it dies), linked
   // through their nextNested_ and prevNested_.
   Reactor* firstNested_ = nullptr;
