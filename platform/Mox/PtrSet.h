@@ -179,16 +179,23 @@ class PtrSet {
   // removals since the last one.
   void compactIfSparse() const {
     if (walks_ != 0 || slots_.size() < 2 * live_ + 8) return;
-    std::size_t live = 0;
-    for (T* member : slots_) {
+    // Each member moves down to its new position and its cell is rewritten in
+    // place: the cost follows the members, not the size of the table. A cell
+    // is found by its old position, which no other cell holds at that moment
+    // (the new positions handed out so far are all below it).
+    std::uint32_t live = 0;
+    for (std::size_t pos = 0; pos < slots_.size(); ++pos) {
+      T* member = slots_[pos];
       if (member == nullptr) continue;
-      slots_[live++] = member;
+      if (pos != live) {
+        std::size_t cell = home(member);
+        while (table_[cell] != pos) cell = (cell + 1) & mask_;
+        table_[cell] = live;
+        slots_[live] = member;
+      }
+      ++live;
     }
     slots_.resize(live);
-    // The positions moved: the table is filled again. It keeps its size, as a
-    // set that empties and fills again on every run (the backlog) would
-    // otherwise reallocate it each time.
-    if (table_ != nullptr) rebuild(std::size_t{mask_ + 1});
   }
 
   // Members in insertion order; null where one was removed.
