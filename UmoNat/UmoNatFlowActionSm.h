@@ -215,11 +215,12 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   };
   GroupUses groupUses(Ip::Nat::NatFlowType ft) const;
 
+  // First: it fits in the room the reactor's flags leave.
+  bool initialized_ = false;
   Mox::Ptr<const UmoNatFlowActionSmContext> context_;
   Mox::Ptr<const Ip::Nat::NatFlowActionStatus> actionStatus_;
   Mox::Ptr<Ip::Nat::HwNatFlowActionStatus> hwActionStatus_;
   // The keys the topology's index holds this machine under (see
   // UmoNatFlowMcastTopologySm).
   UmoNatflowActionSmKeys indexKeys_;
-  bool initialized_ = false;
 };
