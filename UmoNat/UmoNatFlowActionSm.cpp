@@ -16,9 +16,44 @@ using Ip::Nat::NatFlowType;
 }  // namespace
 
 // The head of every entry trace: the class, the operation and the three names.
-#define ACTION_ENTRY(fn)                                                     \
-  "UmoNatFlowActionSm::" fn ", policy: " << policy_ << ", match: " << match_ \
+#define ACTION_ENTRY(fn)                                                       \
+  "UmoNatFlowActionSm::" fn ", policy: " << policy() << ", match: " << match() \
                                          << ", action: " << action()
+
+UmoNatFlowActionSmContext::UmoNatFlowActionSmContext(
+    const Pelo::String& policy, const Pelo::String& match,
+    const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+    const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+    const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
+    const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+    const Mox::Ptr<const Bridging::Config>& bridgingConfig)
+    : policy_(policy),
+      match_(match),
+      matchStatus_(matchStatus),
+      hwMatchStatus_(hwMatchStatus),
+      matchSmStatus_(matchSmStatus),
+      topologySm_(topologySm),
+      helper_(helper),
+      bridgingConfig_(bridgingConfig) {}
+
+bool UmoNatFlowActionSmContext::holds(
+    const Pelo::String& policy, const Pelo::String& match,
+    const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+    const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+    const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus,
+    const UmoNatFlowMcastTopologySm* topologySm,
+    const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+    const Mox::Ptr<const Bridging::Config>& bridgingConfig) const {
+  return policy_ == policy && match_ == match && matchStatus_ == matchStatus &&
+         hwMatchStatus_ == hwMatchStatus && matchSmStatus_ == matchSmStatus &&
+         topologySm_ == topologySm && helper_ == helper && bridgingConfig_ == bridgingConfig;
+}
+
+bool UmoNatFlowActionSmContext::holdsSameAs(const UmoNatFlowActionSmContext& other) const {
+  return this == &other ||
+         holds(other.policy_, other.match_, other.matchStatus_, other.hwMatchStatus_,
+               other.matchSmStatus_, other.topologySm_, other.helper_, other.bridgingConfig_);
+}
 
 UmoNatFlowActionSm::UmoNatFlowActionSm(
     const Pelo::String& policy, const Pelo::String& match,
@@ -28,16 +63,17 @@ UmoNatFlowActionSm::UmoNatFlowActionSm(
     const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
     const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
     const Mox::Ptr<const Bridging::Config>& bridgingConfig)
+    : UmoNatFlowActionSm(Mox::makePtr<const UmoNatFlowActionSmContext>(
+                             policy, match, matchStatus, hwMatchStatus, matchSmStatus, topologySm,
+                             helper, bridgingConfig),
+                         actionStatus) {}
+
+UmoNatFlowActionSm::UmoNatFlowActionSm(
+    const Mox::Ptr<const UmoNatFlowActionSmContext>& context,
+    const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus)
     : Mox::Reactor(actionStatus ? actionStatus->name() : kNoName),
-      policy_(policy),
-      match_(match),
-      matchStatus_(matchStatus),
-      actionStatus_(actionStatus),
-      hwMatchStatus_(hwMatchStatus),
-      matchSmStatus_(matchSmStatus),
-      topologySm_(topologySm),
-      helper_(helper),
-      bridgingConfig_(bridgingConfig) {
+      context_(context),
+      actionStatus_(actionStatus) {
   if (actionStatus_) subscribe(*actionStatus_, &UmoNatFlowActionSm::actionStatusDispatch);
   // What the first pass programmed is freed and the machine leaves the
   // index and the backlog before the exception goes on.
@@ -49,7 +85,7 @@ UmoNatFlowActionSm::~UmoNatFlowActionSm() { teardown(); }
 void UmoNatFlowActionSm::teardown() {
   // Nothing may reach this machine once it is gone: not the index (which a
   // version-0 clean-up leaves alone) and not the update backlog.
-  if (topologySm_ != nullptr) topologySm_->actionSmGone(this);
+  if (topologySm() != nullptr) topologySm()->actionSmGone(this);
   if (actionStatus_) unsubscribe(*actionStatus_);
 }
 
@@ -69,10 +105,10 @@ UmoNatFlowActionSm::GroupUses UmoNatFlowActionSm::groupUses(NatFlowType ft) cons
   // second id for the same port sets in the second group, while an action
   // without a destination puts its multicast port sets there.
   GroupUses uses;
-  uses.use[uses.count++] = {hwMatchStatus_->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast,
+  uses.use[uses.count++] = {hwMatchStatus()->groupIdUc(), ft != NatFlowType::natFlowTypeMulticast,
                             false};
-  if (matchSmStatus_->groupNum() == 2) {
-    uses.use[uses.count++] = {hwMatchStatus_->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
+  if (matchSmStatus()->groupNum() == 2) {
+    uses.use[uses.count++] = {hwMatchStatus()->groupIdMc(), ft == NatFlowType::natFlowTypeUnicast,
                               ft != NatFlowType::natFlowTypeNone};
   }
   return uses;
@@ -80,7 +116,7 @@ UmoNatFlowActionSm::GroupUses UmoNatFlowActionSm::groupUses(NatFlowType ft) cons
 
 Nexo::IpAddr UmoNatFlowActionSm::flowTypeAddr() const {
   Nexo::IpAddr dip = actionStatus_->dst().ip();
-  if (dip.isZero()) dip = hwMatchStatus_->flow().dstAddr();
+  if (dip.isZero()) dip = hwMatchStatus()->flow().dstAddr();
   return dip;
 }
 
@@ -97,8 +133,8 @@ Ip::Nat::NatFlowType UmoNatFlowActionSm::getFlowType() const {
 }
 
 std::uint32_t UmoNatFlowActionSm::getGroupNum() const {
-  if (!hwMatchStatus_->flow().dstAddr().isZero()) return 1;
-  for (const auto& [name, action] : matchStatus_->action()) {
+  if (!hwMatchStatus()->flow().dstAddr().isZero()) return 1;
+  for (const auto& [name, action] : matchStatus()->action()) {
     if (action->dst().ip().isZero()) return 2;
   }
   return 1;
@@ -106,10 +142,10 @@ std::uint32_t UmoNatFlowActionSm::getGroupNum() const {
 
 void UmoNatFlowActionSm::handleInitialized() {
   MOX_TRACE(traceHandle, 1, ACTION_ENTRY("handleInitialized"));
-  SKIMTRACE("UmoNatFlowActionSm::handleInitialized policy %s match %s action %s", policy_, match_,
+  SKIMTRACE("UmoNatFlowActionSm::handleInitialized policy %s match %s action %s", policy(), match(),
             action());
   initialized_ = true;
-  hwActionStatus_ = hwMatchStatus_->actionIs(action());
+  hwActionStatus_ = hwMatchStatus()->actionIs(action());
   handleNatFlowAction(false);
 }
 
@@ -118,23 +154,23 @@ void UmoNatFlowActionSm::handleNatFlowAction(bool skipChecks) {
             ACTION_ENTRY("handleNatFlowAction")
                 << ", version: " << version() << ", skipChecks: " << skipChecks);
   SKIMTRACE("UmoNatFlowActionSm::handleNatFlowAction policy %s match %s action %s version %u",
-            policy_, match_, action(), version());
+            policy(), match(), action(), version());
   if (!initialized_ || version() == 0) {
     MOX_TRACE(traceHandle, 2, "Version not initialized yet, skip update");
     return;
   }
-  if (matchSmStatus_->groupNum() == 0) {
+  if (matchSmStatus()->groupNum() == 0) {
     MOX_TRACE(traceHandle, 2, "Group not initialized yet, skip update");
     return;
   }
   if (!skipChecks) {
     const std::uint32_t groups = getGroupNum();
-    if (groups != matchSmStatus_->groupNum()) {
+    if (groups != matchSmStatus()->groupNum()) {
       // The match re-allocates its groups and calls back.
-      MOX_TRACE(
-          traceHandle, 2,
-          "Change in the group number, old: " << matchSmStatus_->groupNum() << ", new: " << groups);
-      matchSmStatus_->groupNumUpdateIs(matchSmStatus_->groupNumUpdate() + 1);
+      MOX_TRACE(traceHandle, 2,
+                "Change in the group number, old: " << matchSmStatus()->groupNum()
+                                                    << ", new: " << groups);
+      matchSmStatus()->groupNumUpdateIs(matchSmStatus()->groupNumUpdate() + 1);
       return;
     }
     const NatFlowType type = getFlowType();
@@ -164,7 +200,7 @@ void UmoNatFlowActionSm::handleNatFlowAction(bool skipChecks) {
 
 void UmoNatFlowActionSm::handleNatFlow() {
   MOX_TRACE(traceHandle, 2, ACTION_ENTRY("handleNatFlow"));
-  SKIMTRACE("UmoNatFlowActionSm::handleNatFlow policy %s match %s action %s", policy_, match_,
+  SKIMTRACE("UmoNatFlowActionSm::handleNatFlow policy %s match %s action %s", policy(), match(),
             action());
   if (!initialized_ || version() == 0) return;
   const NatFlowType type = getFlowType();
@@ -179,8 +215,8 @@ void UmoNatFlowActionSm::handleNatFlow() {
 
 void UmoNatFlowActionSm::handleGroupNum(std::uint32_t num) {
   MOX_TRACE(traceHandle, 2, ACTION_ENTRY("handleGroupNum") << ", num: " << num);
-  SKIMTRACE("UmoNatFlowActionSm::handleGroupNum policy %s match %s action %s num %u", policy_,
-            match_, action(), num);
+  SKIMTRACE("UmoNatFlowActionSm::handleGroupNum policy %s match %s action %s num %u", policy(),
+            match(), action(), num);
   if (initialized_ && version() != 0) resetHwGroups();
 }
 
@@ -201,11 +237,11 @@ void UmoNatFlowActionSm::resetHwGroup(std::uint32_t group, bool unicast, bool po
     MOX_TRACE(traceHandle, 2,
               (unicast ? "Delete ucast portSet, group: " : "Delete mcast portSet, group: ")
                   << group << ", portSetId: " << id);
-    helper_->deleteNatFlowVlanPortSet(group, id);
-    if (srcNat) helper_->deleteNatFlowSrcTranslation(group, id);
+    helper()->deleteNatFlowVlanPortSet(group, id);
+    if (srcNat) helper()->deleteNatFlowSrcTranslation(group, id);
     // Every unicast port set carries a destination translation; a multicast
     // one only when a destination translation is recorded.
-    if (unicast || dstNat) helper_->deleteNatFlowDstTranslation(group, id);
+    if (unicast || dstNat) helper()->deleteNatFlowDstTranslation(group, id);
   }
 }
 
@@ -230,12 +266,12 @@ void UmoNatFlowActionSm::resetHwGroups() {
 
 void UmoNatFlowActionSm::doCleanup() {
   MOX_TRACE(traceHandle, 2, ACTION_ENTRY("doCleanup") << ", version: " << version());
-  SKIMTRACE("UmoNatFlowActionSm::doCleanup policy %s match %s action %s version %u", policy_,
-            match_, action(), version());
+  SKIMTRACE("UmoNatFlowActionSm::doCleanup policy %s match %s action %s version %u", policy(),
+            match(), action(), version());
   // With version 0 nothing is done, and the hardware action entry made at
   // start stays in the match's hardware status.
   if (!initialized_ || version() == 0) return;
-  if (topologySm_ != nullptr) topologySm_->delActionSm(this);
-  if (matchSmStatus_->groupNum() != 0) resetHwGroups();
-  hwMatchStatus_->actionDel(action());
+  if (topologySm() != nullptr) topologySm()->delActionSm(this);
+  if (matchSmStatus()->groupNum() != 0) resetHwGroups();
+  hwMatchStatus()->actionDel(action());
 }

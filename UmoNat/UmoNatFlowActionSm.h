@@ -12,8 +12,53 @@
 #include "UmoNat/UmoNatFlowMatchSm.h"
 #include "UmoNat/UmoNatFlowMcastHelper.h"
 #include "UmoNat/UmoNatFlowPortSetProbe.h"
+#include "UmoNat/UmoNatflowActionSmIndex.h"
 
 class UmoNatFlowMcastTopologySm;
+
+// The inputs every action of one match shares: the policy and match names and
+// the match-wide objects. The match state machine makes one and hands it to
+// each of its actions, which hold it by reference count.
+class UMONAT_EXPORT UmoNatFlowActionSmContext : public Mox::PtrInterface {
+ public:
+  // `topologySm` is not owned and outlives the actions.
+  UmoNatFlowActionSmContext(const Pelo::String& policy, const Pelo::String& match,
+                            const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+                            const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+                            const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus,
+                            UmoNatFlowMcastTopologySm* topologySm,
+                            const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+                            const Mox::Ptr<const Bridging::Config>& bridgingConfig);
+
+  const Pelo::String& policy() const { return policy_; }
+  const Pelo::String& match() const { return match_; }
+  const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus() const { return matchStatus_; }
+  const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus() const { return hwMatchStatus_; }
+  const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus() const { return matchSmStatus_; }
+  UmoNatFlowMcastTopologySm* topologySm() const { return topologySm_; }
+  const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper() const { return helper_; }
+  const Mox::Ptr<const Bridging::Config>& bridgingConfig() const { return bridgingConfig_; }
+
+  // Whether this context holds these names and these objects.
+  bool holds(const Pelo::String& policy, const Pelo::String& match,
+             const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+             const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus,
+             const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus,
+             const UmoNatFlowMcastTopologySm* topologySm,
+             const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+             const Mox::Ptr<const Bridging::Config>& bridgingConfig) const;
+  bool holdsSameAs(const UmoNatFlowActionSmContext& other) const;
+
+ private:
+  Pelo::String policy_;
+  Pelo::String match_;
+  Mox::Ptr<const Ip::Nat::NatFlowMatchStatus> matchStatus_;
+  Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus> hwMatchStatus_;
+  Mox::Ptr<UmoNatFlowMatchSmStatus> matchSmStatus_;
+  UmoNatFlowMcastTopologySm* topologySm_;  // not owned
+  Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> helper_;
+  Mox::Ptr<const Bridging::Config> bridgingConfig_;
+};
 
 // The state machine of one NAT action of one match, owned by the match state
 // machine under the action's name.
@@ -40,19 +85,39 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
                      UmoNatFlowMcastTopologySm* topologySm,
                      const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
                      const Mox::Ptr<const Bridging::Config>& bridgingConfig);
+  // The same with the match-wide inputs in `context` (not null), as the match
+  // state machine creates its actions.
+  UmoNatFlowActionSm(const Mox::Ptr<const UmoNatFlowActionSmContext>& context,
+                     const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus);
   ~UmoNatFlowActionSm() override;
 
-  const Pelo::String& policy() const { return policy_; }
-  const Pelo::String& match() const { return match_; }
+  // Whether this machine was made with these arguments (the same context
+  // contents and the same action status).
+  bool constructedWith(const Mox::Ptr<const UmoNatFlowActionSmContext>& context,
+                       const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus) const {
+    return actionStatus == actionStatus_ && context_->holdsSameAs(*context);
+  }
+
+  const Mox::Ptr<const UmoNatFlowActionSmContext>& context() const { return context_; }
+  const Pelo::String& policy() const { return context_->policy(); }
+  const Pelo::String& match() const { return context_->match(); }
   // The action's name (empty when there is no action status).
   const Pelo::String& action() const { return nameString(); }
-  const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus() const { return matchStatus_; }
+  const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus() const {
+    return context_->matchStatus();
+  }
   const Mox::Ptr<const Ip::Nat::NatFlowActionStatus>& actionStatus() const { return actionStatus_; }
-  const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus() const { return hwMatchStatus_; }
-  const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus() const { return matchSmStatus_; }
-  UmoNatFlowMcastTopologySm* topologySm() const { return topologySm_; }
-  const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper() const { return helper_; }
-  const Mox::Ptr<const Bridging::Config>& bridgingConfig() const { return bridgingConfig_; }
+  const Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>& hwMatchStatus() const {
+    return context_->hwMatchStatus();
+  }
+  const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus() const {
+    return context_->matchSmStatus();
+  }
+  UmoNatFlowMcastTopologySm* topologySm() const { return context_->topologySm(); }
+  const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper() const { return context_->helper(); }
+  const Mox::Ptr<const Bridging::Config>& bridgingConfig() const {
+    return context_->bridgingConfig();
+  }
   const Mox::Ptr<Ip::Nat::HwNatFlowActionStatus>& hwActionStatus() const { return hwActionStatus_; }
   void hwActionStatusIs(const Mox::Ptr<Ip::Nat::HwNatFlowActionStatus>& status) {
     hwActionStatus_ = status;
@@ -113,6 +178,9 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   void doCleanup() override;
 
  private:
+  // The topology's action index keeps the keys of an action here.
+  friend class UmoNatFlowMcastTopologySm;
+
   void actionStatusDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                             const Pelo::Key& key);
   // What destruction undoes after doCleanup: the index and backlog entries,
@@ -147,15 +215,12 @@ class UMONAT_EXPORT UmoNatFlowActionSm : public Mox::Reactor {
   };
   GroupUses groupUses(Ip::Nat::NatFlowType ft) const;
 
-  Pelo::String policy_;
-  Pelo::String match_;
-  Mox::Ptr<const Ip::Nat::NatFlowMatchStatus> matchStatus_;
-  Mox::Ptr<const Ip::Nat::NatFlowActionStatus> actionStatus_;
-  Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus> hwMatchStatus_;
-  Mox::Ptr<UmoNatFlowMatchSmStatus> matchSmStatus_;
-  UmoNatFlowMcastTopologySm* topologySm_;  // not owned
-  Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper> helper_;
-  Mox::Ptr<const Bridging::Config> bridgingConfig_;
-  Mox::Ptr<Ip::Nat::HwNatFlowActionStatus> hwActionStatus_;
+  // First: it fits in the room the reactor's flags leave.
   bool initialized_ = false;
+  Mox::Ptr<const UmoNatFlowActionSmContext> context_;
+  Mox::Ptr<const Ip::Nat::NatFlowActionStatus> actionStatus_;
+  Mox::Ptr<Ip::Nat::HwNatFlowActionStatus> hwActionStatus_;
+  // The keys the topology's index holds this machine under (see
+  // UmoNatFlowMcastTopologySm).
+  UmoNatflowActionSmKeys indexKeys_;
 };

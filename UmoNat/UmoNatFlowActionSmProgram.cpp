@@ -56,8 +56,8 @@ void reportAdded(UmoNatFlowPortSetProbe* probe, bool unicast, const Nexo::IntfId
 
 }  // namespace
 
-#define ACTION_HEAD(fn)                                                      \
-  "UmoNatFlowActionSm::" fn ", policy: " << policy_ << ", match: " << match_ \
+#define ACTION_HEAD(fn)                                                        \
+  "UmoNatFlowActionSm::" fn ", policy: " << policy() << ", match: " << match() \
                                          << ", action: " << action()
 
 void UmoNatFlowActionSm::updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPortSets>& vps) {
@@ -66,7 +66,7 @@ void UmoNatFlowActionSm::updateSwPortSet(const Mox::Ptr<Ip::Nat::NatFlowVlanPort
   MOX_ASSERT(initialized());
   MOX_ASSERT(actionStatus()->version());
   // The walk below registers the action again under every key it uses.
-  topologySm_->delActionSm(this);
+  topologySm()->delActionSm(this);
   fillSwPortSet(*vps, ft, nullptr);
 }
 
@@ -88,14 +88,14 @@ void UmoNatFlowActionSm::fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlo
   if (actionStatus_->intf().empty()) {
     // Recirculation: one unicast port set on the recirculation VLAN, whatever
     // the flow type.
-    const std::uint16_t vlan = topologySm_->natFlowRecircVlan();
+    const std::uint16_t vlan = topologySm()->natFlowRecircVlan();
     STEP(2, nextHop, "Intf: recirc, vlan: " << vlan);
     auto ps = vps.ucastPortSetIs(vlan);
     MOX_ASSERT(ps);
     ps->intfIs(Nexo::IntfId(""));
-    ps->dmacIs(bridgingConfig_ ? bridgingConfig_->bridgeMacAddr() : Nexo::EthAddr());
+    ps->dmacIs(bridgingConfig() ? bridgingConfig()->bridgeMacAddr() : Nexo::EthAddr());
     if (probe == nullptr) {
-      topologySm_->addActionSmRecirc(this);
+      topologySm()->addActionSmRecirc(this);
     } else {
       probe->member(true, vlan, Nexo::IntfId(""));
     }
@@ -111,17 +111,17 @@ void UmoNatFlowActionSm::fillSwPortSet(Ip::Nat::NatFlowVlanPortSets& vps, NatFlo
         STEP(2, refused, "Invalid vlan");
         continue;
       }
-      if (ucast && !topologySm_->addSviPorts(vid, iter->mac(), &vps, true, this, probe)) {
+      if (ucast && !topologySm()->addSviPorts(vid, iter->mac(), &vps, true, this, probe)) {
         // No multicast attempt either.
         STEP(2, refused, "Invalid or empty vlan");
         continue;
       }
-      if (mcast && !topologySm_->addSviPorts(vid, kMcastMac, &vps, false, this, probe)) {
+      if (mcast && !topologySm()->addSviPorts(vid, kMcastMac, &vps, false, this, probe)) {
         STEP(2, refused, "Invalid or empty vlan");
       }
       continue;
     }
-    const std::uint16_t vlan = topologySm_->addPhysicalPort(intf, iter->vlan(), this, probe);
+    const std::uint16_t vlan = topologySm()->addPhysicalPort(intf, iter->vlan(), this, probe);
     if (vlan == 0) {
       STEP(2, refused, "Invalid vlan or port state");
       continue;
@@ -186,7 +186,7 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
     for (const auto& [vlan, ps] : portSetsOf(*old)) {
       const std::uint32_t id = idIn(*ps, portSetId2);
       if (id == 0 || (vps && portSetsOf(*vps).contains(vlan))) continue;
-      helper_->deleteNatFlowVlanPortSet(group, id);
+      helper()->deleteNatFlowVlanPortSet(group, id);
       // Gone from the chip: should a later call of this step fail, the
       // recorded port set no longer claims the id.
       auto gone = unicast ? old->ucastPortSetIs(vlan) : old->mcastPortSetIs(vlan);
@@ -195,8 +195,8 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
       } else {
         gone->portSetIdIs(0);
       }
-      if (!hw->srcNat().ip().isZero()) helper_->deleteNatFlowSrcTranslation(group, id);
-      if (unicast || !hw->dstNat().ip().isZero()) helper_->deleteNatFlowDstTranslation(group, id);
+      if (!hw->srcNat().ip().isZero()) helper()->deleteNatFlowSrcTranslation(group, id);
+      if (unicast || !hw->dstNat().ip().isZero()) helper()->deleteNatFlowDstTranslation(group, id);
     }
   }
   if (!vps) return;
@@ -234,7 +234,7 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
                                                 << ", newVlan: " << newVlan);
     }
     if (change) {
-      id = helper_->updateNatFlowVlanPortSet(group, id, ps);
+      id = helper()->updateNatFlowVlanPortSet(group, id, ps);
       MOX_TRACE(traceHandle, 2, "New portSetId: " << id);
     }
     // Also when nothing changed, so that ids carry over from pass to pass.
@@ -248,13 +248,13 @@ void UmoNatFlowActionSm::updateHwPortSetGroup(const Mox::Ptr<Ip::Nat::NatFlowVla
     const bool dst = unicast ? newVlan || dmacChange : newVlan && actionDst;
     if (dst) {
       MOX_TRACE(traceHandle, 2, "Update dst translation");
-      helper_->updateNatFlowDstTranslation(group, id, vlan, hw->dstNat(), hw->dstFlow(),
-                                           hw->dstLen(), ps->dmac());
+      helper()->updateNatFlowDstTranslation(group, id, vlan, hw->dstNat(), hw->dstFlow(),
+                                            hw->dstLen(), ps->dmac());
     }
     if (newVlan && actionSrc) {
       MOX_TRACE(traceHandle, 2, "Update src translation");
-      helper_->updateNatFlowSrcTranslation(group, id, vlan, hw->srcNat(), hw->srcFlow(),
-                                           hw->srcLen());
+      helper()->updateNatFlowSrcTranslation(group, id, vlan, hw->srcNat(), hw->srcFlow(),
+                                            hw->srcLen());
     }
   }
 }
@@ -280,15 +280,15 @@ void UmoNatFlowActionSm::keepProgrammedPortSets(Ip::Nat::NatFlowVlanPortSets& vp
 
 void UmoNatFlowActionSm::updateHwTranslation() {
   const NatFlowType ft = hwActionStatus_->flowType();
-  const Ip::Nat::NatFlow& flow = hwMatchStatus_->flow();
+  const Ip::Nat::NatFlow& flow = hwMatchStatus()->flow();
   MOX_TRACE(traceHandle, 2,
             ACTION_HEAD("updateHwTranslation")
                 << ", flow: " << flow << ", src: " << actionStatus_->src()
                 << ", dst: " << actionStatus_->dst() << ", ft: " << ft);
   if (!initialized_ || version() == 0) return;
   // Without its groups nothing is recorded: a later pass programs it all.
-  if (hwMatchStatus_->groupIdUc() == 0) return;
-  if (matchSmStatus_->groupNum() == 2 && hwMatchStatus_->groupIdMc() == 0) return;
+  if (hwMatchStatus()->groupIdUc() == 0) return;
+  if (matchSmStatus()->groupNum() == 2 && hwMatchStatus()->groupIdMc() == 0) return;
   const auto& hw = hwActionStatus_;
   const auto uses = groupUses(ft);
 
@@ -319,7 +319,7 @@ void UmoNatFlowActionSm::updateHwTranslationSrc(std::uint32_t group, bool unicas
   MOX_ASSERT(group);
   const auto& vps = hwActionStatus_->vlanPortSets();
   MOX_ASSERT(vps);
-  const Ip::Nat::NatFlow& flow = hwMatchStatus_->flow();
+  const Ip::Nat::NatFlow& flow = hwMatchStatus()->flow();
   const Nexo::IpAndPort& src = actionStatus_->src();
   const bool update = !src.ip().isZero();
   if (!update && hwActionStatus_->srcNat().ip().isZero()) return;
@@ -329,9 +329,10 @@ void UmoNatFlowActionSm::updateHwTranslationSrc(std::uint32_t group, bool unicas
                   << kind(unicast) << " src translation, group: " << group << ", vlan: " << vlan
                   << ", portSetId: " << psId);
     if (update) {
-      helper_->updateNatFlowSrcTranslation(group, psId, vlan, src, flow.src(), flow.srcPrefixLen());
+      helper()->updateNatFlowSrcTranslation(group, psId, vlan, src, flow.src(),
+                                            flow.srcPrefixLen());
     } else {
-      helper_->deleteNatFlowSrcTranslation(group, psId);
+      helper()->deleteNatFlowSrcTranslation(group, psId);
     }
   });
 }
@@ -345,7 +346,7 @@ void UmoNatFlowActionSm::updateHwTranslationDst(std::uint32_t group, bool unicas
   MOX_ASSERT(group);
   const auto& vps = hwActionStatus_->vlanPortSets();
   MOX_ASSERT(vps);
-  const Ip::Nat::NatFlow& flow = hwMatchStatus_->flow();
+  const Ip::Nat::NatFlow& flow = hwMatchStatus()->flow();
   const Nexo::IpAndPort& dst = actionStatus_->dst();
   // Every unicast port set always has a destination translation (it carries
   // the port set's MAC); multicast ones only with a destination to translate.
@@ -357,10 +358,10 @@ void UmoNatFlowActionSm::updateHwTranslationDst(std::uint32_t group, bool unicas
                   << kind(unicast) << " dst translation, group: " << group << ", vlan: " << vlan
                   << ", portSetId: " << psId);
     if (update) {
-      helper_->updateNatFlowDstTranslation(group, psId, vlan, dst, flow.dst(), flow.dstPrefixLen(),
-                                           ps.dmac());
+      helper()->updateNatFlowDstTranslation(group, psId, vlan, dst, flow.dst(), flow.dstPrefixLen(),
+                                            ps.dmac());
     } else {
-      helper_->deleteNatFlowDstTranslation(group, psId);
+      helper()->deleteNatFlowDstTranslation(group, psId);
     }
   });
 }

@@ -78,8 +78,14 @@ Mox::Ptr<UmoNatFlowActionSm> UmoNatFlowMatchSm::actionSmIs(
     const Mox::Ptr<UmoNatFlowMatchSmStatus>& matchSmStatus, UmoNatFlowMcastTopologySm* topologySm,
     const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
     const Mox::Ptr<const Bridging::Config>& bridgingConfig) {
-  return actionSm_.is(name, policy, match(), matchStatus, actionStatus, hwMatchStatus,
-                      matchSmStatus, topologySm, helper, bridgingConfig);
+  if (!actionContext_ ||
+      !actionContext_->holds(policy, match(), matchStatus, hwMatchStatus, matchSmStatus, topologySm,
+                             helper, bridgingConfig)) {
+    actionContext_ = Mox::makePtr<const UmoNatFlowActionSmContext>(
+        policy, match(), matchStatus, hwMatchStatus, matchSmStatus, topologySm, helper,
+        bridgingConfig);
+  }
+  return actionSm_.is(name, actionContext_, actionStatus);
 }
 
 void UmoNatFlowMatchSm::actionSmDel(const Pelo::String& name) { actionSm_.del(name); }

@@ -12,6 +12,7 @@
 #include "UmoNat/UmoNatFlowMcastHelper.h"
 
 class UmoNatFlowActionSm;
+class UmoNatFlowActionSmContext;
 class UmoNatFlowMcastSm;
 class UmoNatFlowMcastTopologySm;
 
@@ -57,12 +58,10 @@ UMONAT_EXPORT Mox::Ptr<UmoNatFlowMatchSmStatus> umoNatFlowMatchSmStatusFactory()
 // 2, group ids 0, parked with the root).
 class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
  public:
-  using ActionSmCollection = Mox::ChildCollection<
-      Pelo::String, UmoNatFlowActionSm, Pelo::String, Pelo::String,
-      Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>, Mox::Ptr<const Ip::Nat::NatFlowActionStatus>,
-      Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus>, Mox::Ptr<UmoNatFlowMatchSmStatus>,
-      UmoNatFlowMcastTopologySm*, Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>,
-      Mox::Ptr<const Bridging::Config>>;
+  // The actions share one context of the match-wide inputs.
+  using ActionSmCollection = Mox::ChildCollection<Pelo::String, UmoNatFlowActionSm,
+                                                  Mox::Ptr<const UmoNatFlowActionSmContext>,
+                                                  Mox::Ptr<const Ip::Nat::NatFlowActionStatus>>;
 
   // `topologySm` and `mcastSm` are not owned; both outlive the match.
   UmoNatFlowMatchSm(const Pelo::String& policy,
@@ -73,6 +72,19 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
                     const Mox::Ptr<const Bridging::Config>& bridgingConfig,
                     UmoNatFlowMcastSm* mcastSm);
   ~UmoNatFlowMatchSm() override;
+
+  // Whether this machine was made with these arguments.
+  bool constructedWith(const Pelo::String& policy,
+                       const Mox::Ptr<const Ip::Nat::NatFlowMatchStatus>& matchStatus,
+                       const Mox::Ptr<Ip::Nat::HwNatFlowPolicyStatus>& hwPolicyStatus,
+                       const UmoNatFlowMcastTopologySm* topologySm,
+                       const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+                       const Mox::Ptr<const Bridging::Config>& bridgingConfig,
+                       const UmoNatFlowMcastSm* mcastSm) const {
+    return policy == policy_ && matchStatus == matchStatus_ && hwPolicyStatus == hwPolicyStatus_ &&
+           topologySm == topologySm_ && helper == helper_ && bridgingConfig == bridgingConfig_ &&
+           mcastSm == mcastSm_;
+  }
 
   const Pelo::String& policy() const { return policy_; }
   const Pelo::String& match() const { return nameString(); }
@@ -154,5 +166,8 @@ class UMONAT_EXPORT UmoNatFlowMatchSm : public Mox::Reactor {
   Mox::Ptr<Ip::Nat::HwNatFlowMatchStatus> hwMatchStatus_;
   Mox::Ptr<UmoNatFlowMatchSmStatus> matchSmStatus_;
   ActionSmCollection actionSm_;
+  // The context handed to new actions; replaced when their inputs change (an
+  // existing action keeps the one it was made with).
+  Mox::Ptr<const UmoNatFlowActionSmContext> actionContext_;
   bool initialized_ = false;
 };

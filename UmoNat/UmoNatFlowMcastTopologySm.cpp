@@ -1,6 +1,8 @@
 #include "UmoNat/UmoNatFlowMcastTopologySm.h"
 
 #include <algorithm>
+#include <utility>
+#include <variant>
 
 #include "Mox/Assert.h"
 #include "Mox/Trace.h"
@@ -23,8 +25,7 @@ std::ostream& operator<<(std::ostream& os, ActionNames n) {
 }
 
 // Inserts `key` into the ascending, duplicate-free `keys`.
-template <class Key>
-void insertSorted(std::vector<Key>& keys, const Key& key) {
+void insertSorted(UmoNatflowActionSmKeys& keys, const UmoNatflowActionSmKey& key) {
   const auto at = std::lower_bound(keys.begin(), keys.end(), key);
   if (at == keys.end() || *at != key) keys.insert(at, key);
 }
@@ -119,7 +120,6 @@ void UmoNatFlowMcastTopologySm::teardown() {
   actionMac_.delAll();
   actionVlan_.delAll();
   actionIntf_.delAll();
-  registrations_.clear();
   ipIntfStatus_.delAll();
   intfL3Index_.delAll();
   fdbStatus_.delAll();
@@ -244,24 +244,28 @@ void UmoNatFlowMcastTopologySm::intfL3IndexDel(const Nexo::IntfId& intf) { intfL
 
 // --- Action index ---
 
+bool UmoNatFlowMcastTopologySm::actionSmIndexed(const UmoNatFlowActionSm* actionSm) const {
+  return !actionSm->indexKeys_.empty() || actionRecirc_.contains(actionSm);
+}
+
 void UmoNatFlowMcastTopologySm::addActionSmIntf(const Nexo::IntfId& intf,
                                                 UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmIntf" << ActionNames{actionSm} << ", intf: " << intf);
   indexAdd(actionIntf_, intf, actionSm, UmoNatflowActionSmIntfIs);
-  insertSorted(registrations_[actionSm].intf, intf);
+  insertSorted(actionSm->indexKeys_, intf);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmVlan" << ActionNames{actionSm} << ", vlan: " << vlan);
   indexAdd(actionVlan_, vlan, actionSm, UmoNatflowActionSmVlanIs);
-  insertSorted(registrations_[actionSm].vlan, vlan);
+  insertSorted(actionSm->indexKeys_, vlan);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmMac(const Nexo::EthAddr& mac,
                                                UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmMac" << ActionNames{actionSm} << ", mac: " << mac);
   indexAdd(actionMac_, mac, actionSm, UmoNatflowActionSmMacIs);
-  insertSorted(registrations_[actionSm].mac, mac);
+  insertSorted(actionSm->indexKeys_, mac);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmRecirc(UmoNatFlowActionSm* actionSm) {
@@ -280,41 +284,30 @@ void UmoNatFlowMcastTopologySm::actionSmGone(UmoNatFlowActionSm* actionSm) {
 }
 
 void UmoNatFlowMcastTopologySm::withdraw(UmoNatFlowActionSm* actionSm, bool traced) {
-  // The keys of the action, in ascending order per kind: the order in which a
-  // walk over the whole index would meet them.
-  auto it = registrations_.find(actionSm);
-  if (it != registrations_.end()) {
-    // The keys are taken out before the index changes. A pass keeps the record, and the room of
-    // its lists, for the keys it registers next; a dying action takes it with it.
-    Registrations keys = std::move(it->second);
-    if (traced) {
-      it->second = Registrations{};
-    } else {
-      registrations_.erase(it);
-    }
-    for (const Nexo::IntfId& intf : keys.intf) {
-      if (indexDel(actionIntf_, intf, actionSm) && traced) {
-        MOX_TRACE(traceHandle, 4, "Removed actionIntf for intf " << intf);
+  // The keys of the action, interfaces, VLANs then MACs, each kind in ascending
+  // order: the order in which a walk over the whole index would meet them.
+  if (!actionSm->indexKeys_.empty()) {
+    // The keys are taken out before the index changes. A pass keeps the list, and its room, for
+    // the keys it registers next; a dying action takes it with it.
+    UmoNatflowActionSmKeys keys = std::exchange(actionSm->indexKeys_, UmoNatflowActionSmKeys());
+    for (const UmoNatflowActionSmKey& key : keys) {
+      if (const auto* intf = std::get_if<Nexo::IntfId>(&key)) {
+        if (indexDel(actionIntf_, *intf, actionSm) && traced) {
+          MOX_TRACE(traceHandle, 4, "Removed actionIntf for intf " << *intf);
+        }
+      } else if (const auto* vlan = std::get_if<std::uint16_t>(&key)) {
+        if (indexDel(actionVlan_, *vlan, actionSm) && traced) {
+          MOX_TRACE(traceHandle, 4, "Removed actionVlan for vlan " << *vlan);
+        }
+      } else if (const auto* mac = std::get_if<Nexo::EthAddr>(&key)) {
+        if (indexDel(actionMac_, *mac, actionSm) && traced) {
+          MOX_TRACE(traceHandle, 4, "Removed actionMac for mac " << *mac);
+        }
       }
     }
-    for (std::uint16_t vlan : keys.vlan) {
-      if (indexDel(actionVlan_, vlan, actionSm) && traced) {
-        MOX_TRACE(traceHandle, 4, "Removed actionVlan for vlan " << vlan);
-      }
-    }
-    for (const Nexo::EthAddr& mac : keys.mac) {
-      if (indexDel(actionMac_, mac, actionSm) && traced) {
-        MOX_TRACE(traceHandle, 4, "Removed actionMac for mac " << mac);
-      }
-    }
-    if (traced) {
-      keys.intf.clear();
-      keys.vlan.clear();
-      keys.mac.clear();
-      if (auto again = registrations_.find(actionSm);
-          again != registrations_.end() && again->second.empty()) {
-        again->second = std::move(keys);
-      }
+    if (traced && actionSm->indexKeys_.empty()) {
+      keys.clear();
+      actionSm->indexKeys_ = std::move(keys);
     }
   }
   actionRecirc_.del(actionSm);

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 #include "Bridging/Config.h"
@@ -166,10 +165,7 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   const Mox::PtrSet<UmoNatFlowActionSm>& actionRecirc() const { return actionRecirc_; }
   // Whether `actionSm` is registered under any key: only then can a change
   // notification queue it for a pass with the flow type it last recorded.
-  bool actionSmIndexed(const UmoNatFlowActionSm* actionSm) const {
-    const auto it = registrations_.find(actionSm);
-    return (it != registrations_.end() && !it->second.empty()) || actionRecirc_.contains(actionSm);
-  }
+  bool actionSmIndexed(const UmoNatFlowActionSm* actionSm) const;
   void addActionSmIntf(const Nexo::IntfId& intf, UmoNatFlowActionSm* actionSm);
   void addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm);
   void addActionSmMac(const Nexo::EthAddr& mac, UmoNatFlowActionSm* actionSm);
@@ -219,18 +215,6 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   // the reactors, in that order.
   void teardown();
 
-  // The keys one action is registered under, so that withdrawing it costs
-  // only its own keys.
-  // The keys an action is registered under, each kind ascending and without
-  // duplicates. Sorted vectors: the few keys of an action fit, and clearing
-  // them keeps their room for the next pass.
-  struct Registrations {
-    std::vector<Nexo::IntfId> intf;
-    std::vector<std::uint16_t> vlan;
-    std::vector<Nexo::EthAddr> mac;
-    bool empty() const { return intf.empty() && vlan.empty() && mac.empty(); }
-  };
-
   void bridgingTopoDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                             const Pelo::Key& key);
   void umoL3IntfTableDispatch(const Pelo::Publisher& publisher, Pelo::AttrId attr,
@@ -272,7 +256,8 @@ class UMONAT_EXPORT UmoNatFlowMcastTopologySm : public Mox::Reactor {
   std::uint32_t actionSmUpdateBacklogTaskLimit_ = 100;
   Mox::Ptr<Vyr::TimerTask> actionSmUpdateBacklogTask_;
   bool initialized_ = false;
-  std::unordered_map<const UmoNatFlowActionSm*, Registrations> registrations_;
+  // The keys each action is registered under live in the action
+  // (UmoNatFlowActionSm::indexKeys_).
 };
 
 // Creates a topology state machine from its six inputs (any may be null) and

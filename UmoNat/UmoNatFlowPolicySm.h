@@ -38,6 +38,17 @@ class UMONAT_EXPORT UmoNatFlowPolicySm : public Mox::Reactor {
                      UmoNatFlowMcastSm* mcastSm);
   ~UmoNatFlowPolicySm() override;
 
+  // Whether this machine was made with these arguments.
+  bool constructedWith(const Mox::Ptr<const Ip::Nat::NatFlowPolicyStatus>& policyStatus,
+                       const Mox::Ptr<Ip::Nat::HwNatFlowStatus>& hwStatus,
+                       const UmoNatFlowMcastTopologySm* topologySm,
+                       const Mox::Ptr<UmoHelper::UmoNatFlowMcastHelper>& helper,
+                       const Mox::Ptr<const Bridging::Config>& bridgingConfig,
+                       const UmoNatFlowMcastSm* mcastSm) const {
+    return policyStatus == policyStatus_ && hwStatus == hwStatus_ && topologySm == topologySm_ &&
+           helper == helper_ && bridgingConfig == bridgingConfig_ && mcastSm == mcastSm_;
+  }
+
   const Mox::Ptr<const Ip::Nat::NatFlowPolicyStatus>& policyStatus() const { return policyStatus_; }
   const Mox::Ptr<Ip::Nat::HwNatFlowStatus>& hwStatus() const { return hwStatus_; }
   UmoNatFlowMcastTopologySm* topologySm() const { return topologySm_; }

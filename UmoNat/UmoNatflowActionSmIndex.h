@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <variant>
+#include <vector>
 
 #include "Mox/Entity.h"
 #include "Mox/PtrSet.h"
@@ -9,6 +11,14 @@
 #include "UmoNat/UmoNatExport.h"
 
 class UmoNatFlowActionSm;
+
+// A key of the action index: an interface, a VLAN or a host MAC. Keys order by
+// kind (interfaces, then VLANs, then MACs), then by value.
+using UmoNatflowActionSmKey = std::variant<Nexo::IntfId, std::uint16_t, Nexo::EthAddr>;
+// The keys one action is registered under, ascending and without duplicates:
+// withdrawing the action costs only its own keys. A sorted vector: the few
+// keys of an action fit, and clearing it keeps its room for the next pass.
+using UmoNatflowActionSmKeys = std::vector<UmoNatflowActionSmKey>;
 
 // An entry of the topology tracker's action index: the action state machines
 // whose port sets were built from one key (an interface, a VLAN or a host MAC).

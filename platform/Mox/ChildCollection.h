@@ -1,8 +1,10 @@
 #pragma once
 
+#include <concepts>
 #include <stdexcept>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "Mox/Collection.h"
@@ -17,15 +19,32 @@ class MutatorReinstantiatingException : public std::logic_error {
   explicit MutatorReinstantiatingException(const std::string& what) : std::logic_error(what) {}
 };
 
+// A child that can tell whether it was constructed with given arguments:
+// its collection then keeps no copy of them.
+template <class T, class... Args>
+concept AnswersConstructedWith = requires(const T& child, const Args&... args) {
+  { child.constructedWith(args...) } -> std::convertible_to<bool>;
+};
+
 // The children a state machine owns, keyed by K: each a reactor T created with
 // the constructor arguments Args. Removing a child drops the collection's
 // reference, which destroys the child (its doCleanup runs first) unless someone
 // else still holds it. Walks are those of Collection, in ascending key order.
+//
+// To detect a re-creation with other arguments, the collection asks the child
+// (`bool constructedWith(const Args&...) const`) when it has that member, and
+// otherwise keeps a copy of the arguments next to it.
 template <class K, class T, class... Args>
 class ChildCollection {
+  struct NoArgs {};
+  // Defined only where a slot is made or read, with T complete: a T still
+  // incomplete there would answer differently in different files.
   struct Slot {
+    static_assert(sizeof(T) != 0, "the child's class must be complete here");
     Ptr<T> child;
-    std::tuple<Args...> args;
+    [[no_unique_address]] std::conditional_t<AnswersConstructedWith<T, Args...>, NoArgs,
+                                             std::tuple<Args...>>
+        args;
   };
   using Slots = Collection<K, Slot>;
 
@@ -68,14 +87,18 @@ class ChildCollection {
   // and it is inserted.
   Ptr<T> is(const K& key, const Args&... args) {
     if (const Slot* s = slots_.find(key)) {
-      if (s->args == std::tie(args...)) return s->child;
+      if (sameArgs(*s, args...)) return s->child;
       throw MutatorReinstantiatingException(
           "child re-created under an existing key with different constructor arguments");
     }
     Ptr<T> child = reactorIs<T>(args...);
     // The constructor may have inserted a child under the same key re-entrantly;
     // the one made last wins, the other is released.
-    slots_.is(key, Slot{child, std::tuple<Args...>(args...)});
+    if constexpr (AnswersConstructedWith<T, Args...>) {
+      slots_.is(key, Slot{child, NoArgs{}});
+    } else {
+      slots_.is(key, Slot{child, std::tuple<Args...>(args...)});
+    }
     return child;
   }
 
@@ -85,6 +108,14 @@ class ChildCollection {
   void delAll() { slots_.delAll(); }
 
  private:
+  static bool sameArgs(const Slot& s, const Args&... args) {
+    if constexpr (AnswersConstructedWith<T, Args...>) {
+      return s.child->constructedWith(args...);
+    } else {
+      return s.args == std::tie(args...);
+    }
+  }
+
   Slots slots_;
 };
 

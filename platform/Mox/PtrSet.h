@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <unordered_map>
+#include <memory>
 #include <vector>
 
 namespace Mox {
@@ -15,6 +15,11 @@ namespace Mox {
 // Walks survive changes of the set: the member a walk stands on may be
 // removed, members removed ahead are not visited, members inserted during the
 // walk are reached by it. An iterator must not outlive its set.
+//
+// Layout: the members sit in a dense vector in insertion order (null where one
+// was removed), and an open-addressing table (linear probing) maps a member to
+// its position by holding only the position: the pointer is read back from the
+// vector. A member costs a vector slot and a few bytes of table.
 template <class T>
 class PtrSet {
  public:
@@ -81,52 +86,113 @@ class PtrSet {
   const_iterator begin() const { return const_iterator(this, 0); }
   const_iterator end() const { return const_iterator(this, slots_.size()); }
 
-  std::size_t size() const { return index_.size(); }
-  bool empty() const { return index_.empty(); }
-  bool contains(const T* member) const { return index_.count(member) != 0; }
+  std::size_t size() const { return live_; }
+  bool empty() const { return live_ == 0; }
+  bool contains(const T* member) const { return find(member) != kNone; }
 
   // Inserts `member` at the end unless it is already there; returns whether it
   // was inserted.
   bool is(T* member) {
-    if (index_.count(member) != 0) return false;
-    if (spare_.empty()) {
-      index_.emplace(member, slots_.size());
-    } else {
-      // The node of the last member removed: a member taken out and put back, as the action
-      // index does on every programming pass, costs no allocation.
-      spare_.key() = member;
-      spare_.mapped() = slots_.size();
-      index_.insert(std::move(spare_));
+    if (find(member) != kNone) return false;
+    // Room first: the table holds at most three quarters of its cells.
+    if (4 * (live_ + 1) > 3 * std::size_t{mask_ + 1} || table_ == nullptr) {
+      rebuild(2 * std::size_t{mask_ + 1});
     }
+    const auto pos = static_cast<std::uint32_t>(slots_.size());
     slots_.push_back(member);
+    std::size_t cell = home(member);
+    while (table_[cell] != kNone) cell = (cell + 1) & mask_;
+    table_[cell] = pos;
+    ++live_;
     return true;
   }
   // Removes `member`; returns whether it was there.
   bool del(const T* member) {
-    auto it = index_.find(member);
-    if (it == index_.end()) return false;
-    slots_[it->second] = nullptr;  // positions stay put for the walks under way
-    spare_ = index_.extract(it);
+    const std::size_t cell = find(member);
+    if (cell == kNone) return false;
+    slots_[table_[cell]] = nullptr;  // positions stay put for the walks under way
+    erase(cell);
+    --live_;
     compactIfSparse();
     return true;
   }
   void delAll() {
-    index_.clear();
     for (auto& slot : slots_) slot = nullptr;
+    if (table_ != nullptr) {
+      for (std::size_t c = 0; c <= mask_; ++c) table_[c] = kNone;
+    }
+    live_ = 0;
     compactIfSparse();
   }
 
  private:
+  static constexpr std::uint32_t kNone = UINT32_MAX;
+
+  std::size_t home(const T* member) const {
+    // Fibonacci hashing of the address, whose low bits are alignment.
+    const auto bits = reinterpret_cast<std::uintptr_t>(member) >> 3;
+    return static_cast<std::size_t>((static_cast<std::uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >>
+                                    32) &
+           mask_;
+  }
+  // The table cell of `member`, or kNone.
+  std::size_t find(const T* member) const {
+    if (live_ == 0) return kNone;
+    for (std::size_t cell = home(member);; cell = (cell + 1) & mask_) {
+      const std::uint32_t pos = table_[cell];
+      if (pos == kNone) return kNone;
+      if (slots_[pos] == member) return cell;
+    }
+  }
+  // Empties `cell`, moving back the entries of its probe run that would no
+  // longer be found (no markers for removed entries are needed).
+  void erase(std::size_t cell) const {
+    std::size_t hole = cell;
+    for (std::size_t next = (hole + 1) & mask_; table_[next] != kNone; next = (next + 1) & mask_) {
+      const std::size_t want = home(slots_[table_[next]]);
+      // The entry at `next` may move into the hole unless its home lies
+      // cyclically in (hole, next].
+      if (((next - want) & mask_) >= ((next - hole) & mask_)) {
+        table_[hole] = table_[next];
+        hole = next;
+      }
+    }
+    table_[hole] = kNone;
+  }
+  // A table of `cells` cells (a power of two) filled from the vector.
+  void rebuild(std::size_t cells) const {
+    if (cells < 8) cells = 8;
+    if (table_ == nullptr || cells != std::size_t{mask_ + 1}) {
+      table_ = std::make_unique<std::uint32_t[]>(cells);
+      mask_ = static_cast<std::uint32_t>(cells - 1);
+    }
+    for (std::size_t c = 0; c < cells; ++c) table_[c] = kNone;
+    for (std::size_t pos = 0; pos < slots_.size(); ++pos) {
+      if (slots_[pos] == nullptr) continue;
+      std::size_t cell = home(slots_[pos]);
+      while (table_[cell] != kNone) cell = (cell + 1) & mask_;
+      table_[cell] = static_cast<std::uint32_t>(pos);
+    }
+  }
   // Drops removed slots once they are the majority, unless a walk stands on
   // a position. Each compaction costs the live members; it is paid for by the
   // removals since the last one.
   void compactIfSparse() const {
-    if (walks_ != 0 || slots_.size() < 2 * index_.size() + 8) return;
-    std::size_t live = 0;
-    for (T* member : slots_) {
+    if (walks_ != 0 || slots_.size() < 2 * live_ + 8) return;
+    // Each member moves down to its new position and its cell is rewritten in
+    // place: the cost follows the members, not the size of the table. A cell
+    // is found by its old position, which no other cell holds at that moment
+    // (the new positions handed out so far are all below it).
+    std::uint32_t live = 0;
+    for (std::size_t pos = 0; pos < slots_.size(); ++pos) {
+      T* member = slots_[pos];
       if (member == nullptr) continue;
-      slots_[live] = member;
-      index_[member] = live;
+      if (pos != live) {
+        std::size_t cell = home(member);
+        while (table_[cell] != pos) cell = (cell + 1) & mask_;
+        table_[cell] = live;
+        slots_[live] = member;
+      }
       ++live;
     }
     slots_.resize(live);
@@ -134,10 +200,11 @@ class PtrSet {
 
   // Members in insertion order; null where one was removed.
   mutable std::vector<T*> slots_;
-  mutable std::unordered_map<const T*, std::size_t> index_;  // member to slot
-  // One node kept from the last removal, for the next insertion.
-  typename std::unordered_map<const T*, std::size_t>::node_type spare_;
-  mutable std::size_t walks_ = 0;  // iterators alive
+  // Open-addressing table of positions in slots_; kNone marks a free cell.
+  mutable std::unique_ptr<std::uint32_t[]> table_;
+  mutable std::uint32_t mask_ = 0;  // cells - 1
+  std::uint32_t live_ = 0;          // members
+  mutable std::size_t walks_ = 0;   // iterators alive
 };
 
 }  // namespace Mox

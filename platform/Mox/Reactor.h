@@ -1,9 +1,8 @@
 #pragma once
 
 #include <functional>
-#include <memory>
+#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "Mox/Entity.h"
 
@@ -27,7 +26,10 @@ namespace Mox {
 //
 // A nested reactor (created with an owner) follows one input on behalf of its
 // owner; it is switched on and off and turned into a zombie along with it.
-class Reactor : public Entity {
+//
+// The reactor itself receives the changes of its first subscription made with
+// a member function; further subscriptions are small objects of their own.
+class Reactor : public Entity, private Pelo::Subscriber {
  public:
   using Dispatch = std::function<void(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)>;
 
@@ -80,14 +82,14 @@ class Reactor : public Entity {
   // active while this reactor's notifications are on. The publisher must
   // outlive the subscription or tell it when it dies (every Publisher does).
   void subscribe(const Pelo::Publisher& publisher, Dispatch dispatch);
+  // The same with a member function of the reactor, kept as a plain
+  // member-function pointer: the first such subscription of a reactor costs no
+  // allocation.
   template <class Self>
   void subscribe(const Pelo::Publisher& publisher,
                  void (Self::*dispatch)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)) {
-    Self* self = static_cast<Self*>(this);
-    subscribe(publisher,
-              [self, dispatch](const Pelo::Publisher& p, Pelo::AttrId attr, const Pelo::Key& key) {
-                (self->*dispatch)(p, attr, key);
-              });
+    static_assert(std::is_base_of_v<Reactor, Self>, "dispatch must be a member of a reactor");
+    subscribeMethod(publisher, static_cast<Method>(dispatch));
   }
   // Removes this reactor's subscriptions to `publisher`; no-op when there is none.
   void unsubscribe(const Pelo::Publisher& publisher);
@@ -96,15 +98,51 @@ class Reactor : public Entity {
   void handleZeroReferences() override;
 
  private:
-  class Subscription;
+  using Method = void (Reactor::*)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&);
 
+  // A subscription beyond the first: one object per subscription, dispatching
+  // to a member function, linked in a list from `subscriptions_`.
+  class Subscription : public Pelo::Subscriber {
+   public:
+    Subscription() = default;
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+    virtual ~Subscription() = default;
+
+    void handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                      const Pelo::Key& key) override;
+    void handlePublisherDestroyed(const Pelo::Publisher& publisher) override;
+
+    Reactor* reactor = nullptr;
+    const Pelo::Publisher* publisher = nullptr;  // not owned; null once it died
+    Subscription* next = nullptr;
+    Method method = nullptr;
+  };
+  class FunctionSubscription;
+
+  // The first subscription, received by the reactor itself.
+  void handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                    const Pelo::Key& key) override;
+  void handlePublisherDestroyed(const Pelo::Publisher& publisher) override;
+
+  void subscribeMethod(const Pelo::Publisher& publisher, Method method);
+  void subscriptionAdd(Subscription* s, const Pelo::Publisher& publisher);
+  // Takes `s` off its publisher and deletes it; `s` must be unlinked.
+  void subscriptionRelease(Subscription* s);
+  // Takes the first subscription off its publisher and frees its place.
+  void firstSubscriptionRelease();
   void nestedAdd(Reactor* nested);
   void nestedRemove(Reactor* nested);
 
-  std::vector<std::unique_ptr<Subscription>> subscriptions_;
-  Reactor* owner_ = nullptr;      // not owned
-  std::vector<Reactor*> nested_;  // not owned; each removes itself when it dies
-  std::size_t nestedIndex_ = 0;   // position in the owner's nested_
+  const Pelo::Publisher* firstPublisher_ = nullptr;  // not owned; null once it died
+  Method firstMethod_ = nullptr;                     // null while there is no first subscription
+  Subscription* subscriptions_ = nullptr;            // the others, newest first
+  Reactor* owner_ = nullptr;                         // not owned
+  // The nested reactors, not owned (each unlinks itself when it dies), linked
+  // through their nextNested_ and prevNested_.
+  Reactor* firstNested_ = nullptr;
+  Reactor* nextNested_ = nullptr;
+  Reactor* prevNested_ = nullptr;
   bool active_ = false;
   bool zombie_ = false;
 };

@@ -354,4 +354,33 @@ TEST_F(ActionSmTest, QueuedActionDestroyedBeforeTheBacklogRunsIsNeverCalled) {
   EXPECT_THAT(trace.texts(), testing::Contains("Entries reviewed: 1, left: 0"));
 }
 
+TEST_F(ActionSmTest, ActionsOfAMatchShareItsContextAndReCreationComparesTheirArguments) {
+  matchIs("P", "M");
+  actionIs("P", "M", "a", "239.5.5.5");
+  actionIs("P", "M", "b", "239.6.6.6");
+  start();
+  auto* m = matchSm("P", "M");
+  auto* a = actionSm("P", "M", "a");
+  auto* b = actionSm("P", "M", "b");
+  EXPECT_EQ(a->context(), b->context());
+  EXPECT_EQ(a->policy(), "P");
+  EXPECT_EQ(a->match(), "M");
+  EXPECT_EQ(a->matchStatus(), m->matchStatus());
+  EXPECT_EQ(a->hwMatchStatus(), m->hwMatchStatus());
+  EXPECT_EQ(a->matchSmStatus(), m->matchSmStatus());
+  EXPECT_EQ(a->topologySm(), root->topologySm());
+  EXPECT_EQ(a->helper(), m->helper());
+  const auto again = [&](const char* policy, const UmoNatFlowActionSm* action) {
+    return m->actionSmIs(policy, "a", m->matchStatus(), action->actionStatus(), m->hwMatchStatus(),
+                         m->matchSmStatus(), m->topologySm(), m->helper(), m->bridgingConfig());
+  };
+  EXPECT_EQ(again("P", a).get(), a);
+  EXPECT_THROW(again("P", b), Mox::MutatorReinstantiatingException);
+  EXPECT_THROW(again("Q", a), Mox::MutatorReinstantiatingException);
+  // A context made for other inputs is not handed to the next action.
+  actionIs("P", "M", "c", "239.7.7.7");
+  EXPECT_EQ(actionSm("P", "M", "c")->policy(), "P");
+  EXPECT_EQ(actionSm("P", "M", "a"), a);
+}
+
 }  // namespace

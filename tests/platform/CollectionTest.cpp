@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
@@ -287,6 +288,65 @@ TEST(PtrSetTest, WalkSurvivesRemovalOfCurrentAndReachesMembersAddedDuringIt) {
   }
   EXPECT_EQ(seen, (std::vector<int>{1, 3, 4}));
   EXPECT_TRUE(s.empty());
+}
+
+TEST(PtrSetTest, LargeSetAgreesWithAModelThroughRemovalsAndReinsertions) {
+  std::vector<Node> nodes(300);
+  for (std::size_t i = 0; i < nodes.size(); ++i) nodes[i].id = static_cast<int>(i);
+  Mox::PtrSet<Node> s;
+  std::vector<int> model;  // the members in insertion order
+  std::mt19937 rng(7);
+  for (int step = 0; step < 20000; ++step) {
+    Node* n = &nodes[rng() % nodes.size()];
+    const auto at = std::find(model.begin(), model.end(), n->id);
+    if (rng() % 3 != 0) {
+      ASSERT_EQ(s.is(n), at == model.end());
+      if (at == model.end()) model.push_back(n->id);
+    } else {
+      ASSERT_EQ(s.del(n), at != model.end());
+      if (at != model.end()) model.erase(at);
+    }
+    if (step % 1000 != 0) continue;
+    ASSERT_EQ(ids(s), model);
+    ASSERT_EQ(s.size(), model.size());
+    for (const Node& m : nodes) {
+      ASSERT_EQ(s.contains(&m), std::count(model.begin(), model.end(), m.id) == 1);
+    }
+  }
+  s.delAll();
+  EXPECT_TRUE(s.empty());
+  EXPECT_FALSE(s.contains(&nodes[0]));
+  EXPECT_EQ(ids(s), std::vector<int>{});
+}
+
+TEST(PtrSetTest, WalkKeepsItsPlaceWhileEveryOtherMemberIsRemovedAndInsertedAgain) {
+  std::vector<Node> nodes(64);
+  Mox::PtrSet<Node> s;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    nodes[i].id = static_cast<int>(i);
+    s.is(&nodes[i]);
+  }
+  auto it = s.begin();
+  ++it;
+  ++it;
+  EXPECT_EQ((*it)->id, 2);
+  // Enough removals to compact the set, were no walk standing on it.
+  for (int round = 0; round < 3; ++round) {
+    for (Node& n : nodes) {
+      if (n.id != 2) s.del(&n);
+    }
+    for (Node& n : nodes) {
+      if (n.id != 2) s.is(&n);
+    }
+  }
+  std::vector<int> rest;
+  for (++it; it != s.end(); ++it) rest.push_back((*it)->id);
+  std::vector<int> expected;
+  for (const Node& n : nodes) {
+    if (n.id != 2) expected.push_back(n.id);
+  }
+  EXPECT_EQ(rest, expected);
+  EXPECT_EQ(s.size(), nodes.size());
 }
 
 }  // namespace

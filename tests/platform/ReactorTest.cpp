@@ -254,4 +254,94 @@ TEST_F(ReactorTest, ConstructorThatThrowsLeavesNoSubscription) {
   EXPECT_EQ(input->subscriberCount(), 0u);
 }
 
+// A reactor following two inputs through member functions and one of them
+// again through a lambda.
+class MultiSm : public Mox::Reactor {
+ public:
+  MultiSm(const Input& a, const Input& b, std::string* log) : a_(a), log_(log) {
+    subscribe(a, &MultiSm::onA);
+    subscribe(b, &MultiSm::onB);
+    subscribe(a,
+              [log](const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&) { *log += "lambda "; });
+  }
+  void dropA() { unsubscribe(a_); }
+  void followA() { subscribe(a_, &MultiSm::onA); }
+
+ private:
+  void onA(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&) { *log_ += "a "; }
+  void onB(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&) { *log_ += "b "; }
+
+  const Input& a_;
+  std::string* log_;
+};
+
+TEST_F(ReactorTest, EverySubscriptionDispatchesUntilRemovedAndARemovedOneCanBeMadeAgain) {
+  auto other = Mox::makePtr<Input>();
+  auto sm = Mox::reactorIs<MultiSm>(*input, *other, &log);
+  input->valueIs(1);
+  other->valueIs(1);
+  EXPECT_EQ(log, "a lambda b ");
+  sm->dropA();  // both subscriptions to the input go
+  EXPECT_EQ(input->subscriberCount(), 0u);
+  log.clear();
+  input->valueIs(2);
+  other->valueIs(2);
+  EXPECT_EQ(log, "b ");
+  sm->followA();
+  input->valueIs(3);
+  EXPECT_EQ(log, "b a ");
+  sm.reset();
+  EXPECT_EQ(input->subscriberCount(), 0u);
+  EXPECT_EQ(other->subscriberCount(), 0u);
+}
+
+TEST_F(ReactorTest, NestedReactorThatDiesFirstLeavesTheOthersWithTheirOwner) {
+  auto owner = Mox::reactorIs<OwnerSm>(input, &log);
+  owner->addLateNested();
+  owner->late.reset();  // the newest goes
+  owner->addLateNested();
+  owner->nested.reset();  // then the oldest
+  owner->hasNotificationActiveIs(false);
+  input->valueIs(1);
+  EXPECT_EQ(log, "");
+  owner->hasNotificationActiveIs(true);
+  input->valueIs(2);
+  EXPECT_EQ(log, "nested ");
+  owner->die();
+  EXPECT_TRUE(owner->late->isZombie());
+}
+
+// A child that tells whether it was made with given arguments, counting the
+// questions.
+class AnsweringSm : public Mox::Reactor {
+ public:
+  AnsweringSm(int id, int* asked) : id_(id), asked_(asked) {}
+  bool constructedWith(int id, int* asked) const {
+    ++*asked_;
+    return id == id_ && asked == asked_;
+  }
+
+ private:
+  int id_;
+  int* asked_;
+};
+
+TEST_F(ReactorTest, ChildThatAnswersForItsArgumentsIsAskedOnReCreation) {
+  Mox::ChildCollection<int, AnsweringSm, int, int*> children;
+  int asked = 0;
+  auto first = children.is(1, 7, &asked);
+  EXPECT_EQ(asked, 0);
+  EXPECT_EQ(children.is(1, 7, &asked), first);
+  EXPECT_EQ(asked, 1);
+  try {
+    children.is(1, 8, &asked);
+    ADD_FAILURE() << "no exception";
+  } catch (const Mox::MutatorReinstantiatingException& e) {
+    EXPECT_STREQ(e.what(),
+                 "child re-created under an existing key with different constructor arguments");
+  }
+  EXPECT_EQ(asked, 2);
+  EXPECT_EQ(children.find(1), first);
+}
+
 }  // namespace
