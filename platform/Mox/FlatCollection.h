@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -213,33 +214,20 @@ class FlatCollection {
   // The first position whose key is not less than `key`.
   std::size_t lowerBound(const K& key) const {
     const value_type* d = data();
-    std::size_t lo = 0;
-    std::size_t hi = size_;
-    while (lo < hi) {
-      const std::size_t mid = (lo + hi) / 2;
-      if (comp_(d[mid].first, key)) {
-        lo = mid + 1;
-      } else {
-        hi = mid;
-      }
-    }
-    return lo;
+    return static_cast<std::size_t>(
+        std::lower_bound(d, d + size_, key,
+                         [this](const value_type& e, const K& k) { return comp_(e.first, k); }) -
+        d);
   }
   // The first position whose key is greater than `key`.
   std::size_t upperBound(const K& key) const {
     const value_type* d = data();
-    std::size_t lo = 0;
-    std::size_t hi = size_;
-    while (lo < hi) {
-      const std::size_t mid = (lo + hi) / 2;
-      if (!comp_(key, d[mid].first)) {
-        lo = mid + 1;
-      } else {
-        hi = mid;
-      }
-    }
-    return lo;
+    return static_cast<std::size_t>(
+        std::upper_bound(d, d + size_, key,
+                         [this](const K& k, const value_type& e) { return comp_(k, e.first); }) -
+        d);
   }
+
   // The position of `key`, or size() when absent.
   std::size_t indexOf(const K& key) const {
     const std::size_t i = lowerBound(key);
