@@ -10,6 +10,7 @@
 
 #include "Bridging/Config.h"
 #include "UdpFrame.h"
+#include "sim/Views.h"
 
 namespace Sim {
 
@@ -182,7 +183,7 @@ void OvsDataplane::printJson(std::ostream& os, const OvsDataplane* dataplane) {
       doc[line.starts_with("group_id=") ? "groups" : "flows"].push_back(line);
     }
   }
-  os << doc.dump(2) << "\n";
+  writeJson(os, doc);
 }
 
 void OvsDataplane::printStatsJson(std::ostream& os, const OvsDataplane* dataplane) {
@@ -204,7 +205,7 @@ void OvsDataplane::printStatsJson(std::ostream& os, const OvsDataplane* dataplan
                               {"longestSyncMs", ms(s.longestSync.count())},
                               {"packets", sends},
                               {"sendMs", ms(sendNanoseconds)}};
-  os << doc.dump(2) << "\n";
+  writeJson(os, doc);
 }
 
 }  // namespace Sim

@@ -743,15 +743,19 @@ namespace {
 template <class Print>
 void show(std::ostream& os, const Json& doc, ViewForm form, Print print) {
   if (form == ViewForm::json) {
-    os << doc.dump(2) << "\n";
+    writeJson(os, doc);
   } else {
     print(os, doc);
   }
 }
 
-void printJson(std::ostream& os, const Json& doc) { os << doc.dump(2) << "\n"; }
+void printJson(std::ostream& os, const Json& doc) { writeJson(os, doc); }
 
 }  // namespace
+
+void writeJson(std::ostream& os, const Json& doc) {
+  os << doc.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+}
 
 void showSummary(std::ostream& os, const Agent& agent, ViewForm form) {
   show(os, summaryJson(agent), form, printSummary);

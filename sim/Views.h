@@ -62,6 +62,10 @@ struct Setting {
 };
 const std::map<std::string, Setting>& settings();
 
+// Writes `doc` as indented JSON and a newline. Names may hold any byte: bytes that are not
+// UTF-8 are written as U+FFFD instead of stopping the output.
+void writeJson(std::ostream& os, const nlohmann::json& doc);
+
 nlohmann::json summaryJson(const Agent& agent);
 void printSummary(std::ostream& os, const nlohmann::json& summary);
 

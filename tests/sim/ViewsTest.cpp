@@ -342,3 +342,15 @@ TEST_F(ViewsTest, RestartLeavesTheChipsHoldingsToNoState) {
 }
 
 }  // namespace
+
+TEST_F(ViewsTest, NamesThatAreNotUtf8AreWrittenAsReplacementCharacters) {
+  // Names may hold any byte; the JSON form must still be one valid document.
+  ASSERT_EQ(run("policy P\xff"), Outcome::ok);
+  ASSERT_EQ(run("match P\xff m flow src 10.5.0.0/16:0 dst 239.5.5.5/32:5000"), Outcome::ok);
+  ASSERT_EQ(run("action P\xff m a dst 239.6.6.6:5000 version 1"), Outcome::ok);
+  for (const char* view : {"show table json", "show hw json", "show inputs json"}) {
+    const std::string text = output(view);
+    EXPECT_NE(text.find("P\xef\xbf\xbd"), std::string::npos) << view;
+    EXPECT_TRUE(Json::accept(text)) << view;
+  }
+}
