@@ -40,45 +40,58 @@ void Reactor::handlePublisherDestroyed(const Pelo::Publisher& /*publisher*/) {
   firstPublisher_ = nullptr;
 }
 
-Reactor::Reactor(Pelo::String name, Reactor* owner) : Entity(std::move(name)), owner_(owner) {
-  if (owner_ != nullptr) owner_->nestedAdd(this);
+Reactor::Reactor(Pelo::String name, Reactor* owner) : Entity(std::move(name)) {
+  if (owner != nullptr) {
+    nesting().owner = owner;
+    owner->nestedAdd(this);
+  }
 }
 
 Reactor::~Reactor() {
   zombieIs();
-  for (Reactor* n = firstNested_; n != nullptr;) {
-    Reactor* next = n->nextNested_;
-    n->owner_ = nullptr;
-    n->nextNested_ = nullptr;
-    n->prevNested_ = nullptr;
-    n = next;
+  if (nesting_) {
+    for (Reactor* n = nesting_->firstNested; n != nullptr;) {
+      Nesting& nn = *n->nesting_;
+      n = nn.nextNested;
+      nn.owner = nullptr;
+      nn.nextNested = nullptr;
+      nn.prevNested = nullptr;
+    }
+    nesting_->firstNested = nullptr;
+    if (nesting_->owner != nullptr) nesting_->owner->nestedRemove(this);
   }
-  firstNested_ = nullptr;
-  if (owner_ != nullptr) owner_->nestedRemove(this);
   unsubscribeAll();
+}
+
+Reactor::Nesting& Reactor::nesting() {
+  if (!nesting_) nesting_ = std::make_unique<Nesting>();
+  return *nesting_;
 }
 
 void Reactor::doCleanup() {}
 
 void Reactor::nestedAdd(Reactor* nested) {
   // Order among nested reactors carries no meaning: the newest goes first.
-  nested->prevNested_ = nullptr;
-  nested->nextNested_ = firstNested_;
-  if (firstNested_ != nullptr) firstNested_->prevNested_ = nested;
-  firstNested_ = nested;
+  Nesting& own = nesting();
+  Nesting& n = *nested->nesting_;  // made by the nested reactor's constructor
+  n.prevNested = nullptr;
+  n.nextNested = own.firstNested;
+  if (own.firstNested != nullptr) own.firstNested->nesting_->prevNested = nested;
+  own.firstNested = nested;
   nested->active_ = active_;
   nested->zombie_ = zombie_;
 }
 
 void Reactor::nestedRemove(Reactor* nested) {
-  if (nested->prevNested_ != nullptr) {
-    nested->prevNested_->nextNested_ = nested->nextNested_;
+  Nesting& n = *nested->nesting_;
+  if (n.prevNested != nullptr) {
+    n.prevNested->nesting_->nextNested = n.nextNested;
   } else {
-    firstNested_ = nested->nextNested_;
+    nesting_->firstNested = n.nextNested;
   }
-  if (nested->nextNested_ != nullptr) nested->nextNested_->prevNested_ = nested->prevNested_;
-  nested->nextNested_ = nullptr;
-  nested->prevNested_ = nullptr;
+  if (n.nextNested != nullptr) n.nextNested->nesting_->prevNested = n.prevNested;
+  n.nextNested = nullptr;
+  n.prevNested = nullptr;
 }
 
 void Reactor::hasNotificationActiveIs(bool active) {
@@ -89,7 +102,7 @@ void Reactor::hasNotificationActiveIs(bool active) {
     if (s->publisher != nullptr) s->publisher->subscriberActiveIs(s, active);
   }
   // Switching runs no handler, so the lists cannot change under these loops.
-  for (Reactor* n = firstNested_; n != nullptr; n = n->nextNested_) {
+  for (Reactor* n = firstNested(); n != nullptr; n = nextNested(n)) {
     n->hasNotificationActiveIs(active);
   }
 }
@@ -98,7 +111,7 @@ void Reactor::zombieIs() {
   if (zombie_) return;
   hasNotificationActiveIs(false);
   zombie_ = true;
-  for (Reactor* n = firstNested_; n != nullptr; n = n->nextNested_) n->zombieIs();
+  for (Reactor* n = firstNested(); n != nullptr; n = nextNested(n)) n->zombieIs();
 }
 
 void Reactor::subscriptionAdd(Subscription* s, const Pelo::Publisher& publisher) {

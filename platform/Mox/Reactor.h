@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <type_traits>
 #include <utility>
 
@@ -40,7 +41,7 @@ class Reactor : public Entity, private Pelo::Subscriber {
   bool isZombie() const { return zombie_; }
 
   // The reactor this one is nested in, or null.
-  Reactor* owner() const { return owner_; }
+  Reactor* owner() const { return nesting_ ? nesting_->owner : nullptr; }
 
  protected:
   // `owner`, when given, must outlive this reactor or turn it into a zombie
@@ -137,12 +138,21 @@ class Reactor : public Entity, private Pelo::Subscriber {
   const Pelo::Publisher* firstPublisher_ = nullptr;  // not owned; null once it died
   Method firstMethod_ = nullptr;                     // null while there is no first subscription
   Subscription* subscriptions_ = nullptr;            // the others, newest first
-  Reactor* owner_ = nullptr;                         // not owned
-  // The nested reactors, not owned (each unlinks itself when it dies), linked
-  // through their nextNested_ and prevNested_.
-  Reactor* firstNested_ = nullptr;
-  Reactor* nextNested_ = nullptr;
-  Reactor* prevNested_ = nullptr;
+  // Where this reactor stands among nested reactors: its owner, its siblings
+  // (the owner's other nested reactors) and its own nested reactors, none
+  // owned (each unlinks itself when it dies). Made for the few reactors that
+  // have an owner or nested reactors; the others carry only the null pointer.
+  struct Nesting {
+    Reactor* owner = nullptr;
+    Reactor* firstNested = nullptr;
+    Reactor* nextNested = nullptr;
+    Reactor* prevNested = nullptr;
+  };
+  Nesting& nesting();
+  Reactor* firstNested() const { return nesting_ ? nesting_->firstNested : nullptr; }
+  static Reactor* nextNested(const Reactor* r) { return r->nesting_->nextNested; }
+
+  std::unique_ptr<Nesting> nesting_;
   bool active_ = false;
   bool zombie_ = false;
 };

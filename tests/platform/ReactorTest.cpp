@@ -13,6 +13,9 @@ namespace {
 // holds a vptr, the count and flag, the publisher and the name, no padding.
 static_assert(sizeof(Mox::Entity) <= 40);
 static_assert(sizeof(Pelo::Publisher) == 2 * sizeof(void*));
+// A reactor adds its subscriber vptr, its first subscription, the list of the others, one pointer
+// for nesting (made only for reactors that nest) and two flags.
+static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 56);
 
 // An input entity with a scalar attribute and a keyed collection.
 class Input : public Mox::Entity {
