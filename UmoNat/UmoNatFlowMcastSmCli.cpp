@@ -66,7 +66,7 @@ void printHeader(int fd) {
 
 // One row per interface of each port set, port sets and interfaces in their collections' order.
 void printPortSetRows(int fd, const ActionRow& row, const char* portType,
-                      const Mox::ConstView<std::uint16_t, Ip::Nat::NatFlowPortSet>& portSets) {
+                      const Ip::Nat::NatFlowVlanPortSets::PortSetView& portSets) {
   for (const auto& [vlan, portSet] : portSets) {
     const Pelo::String mac = portSet->dmac().stringValue();
     for (const auto& [intf, member] : portSet->intf()) {

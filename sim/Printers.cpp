@@ -101,7 +101,7 @@ void printIpInputs(std::ostream& os, const Agent& agent) {
 }
 
 void printPortSets(std::ostream& os, const char* kind,
-                   const Mox::ConstView<std::uint16_t, Ip::Nat::NatFlowPortSet>& portSets) {
+                   const Ip::Nat::NatFlowVlanPortSets::PortSetView& portSets) {
   for (const auto& [vlan, ps] : portSets) {
     os << "      " << kind << " vlan " << vlan << "  port sets " << ps->portSetId() << " "
        << ps->portSetId2() << "  dmac " << ps->dmac() << "  intf";

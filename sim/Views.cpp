@@ -64,7 +64,7 @@ std::string dotId(const std::string& id) {
   return out + "\"";
 }
 
-Json portSetsJson(const Mox::ConstView<std::uint16_t, Ip::Nat::NatFlowPortSet>& sets) {
+Json portSetsJson(const Ip::Nat::NatFlowVlanPortSets::PortSetView& sets) {
   Json out = Json::array();
   for (const auto& [vlan, ps] : sets) {
     Json intfs = Json::array();

@@ -98,11 +98,8 @@ class PtrSet {
     if (4 * (live_ + 1) > 3 * std::size_t{mask_ + 1} || table_ == nullptr) {
       rebuild(2 * std::size_t{mask_ + 1});
     }
-    const auto pos = static_cast<std::uint32_t>(slots_.size());
     slots_.push_back(member);
-    std::size_t cell = home(member);
-    while (table_[cell] != kNone) cell = (cell + 1) & mask_;
-    table_[cell] = pos;
+    place(slots_.size() - 1);
     ++live_;
     return true;
   }
@@ -168,11 +165,14 @@ class PtrSet {
     }
     for (std::size_t c = 0; c < cells; ++c) table_[c] = kNone;
     for (std::size_t pos = 0; pos < slots_.size(); ++pos) {
-      if (slots_[pos] == nullptr) continue;
-      std::size_t cell = home(slots_[pos]);
-      while (table_[cell] != kNone) cell = (cell + 1) & mask_;
-      table_[cell] = static_cast<std::uint32_t>(pos);
+      if (slots_[pos] != nullptr) place(pos);
     }
+  }
+  // Enters position `pos` of slots_ in the first free cell of its member's probe run.
+  void place(std::size_t pos) const {
+    std::size_t cell = home(slots_[pos]);
+    while (table_[cell] != kNone) cell = (cell + 1) & mask_;
+    table_[cell] = static_cast<std::uint32_t>(pos);
   }
   // Drops removed slots once they are the majority, unless a walk stands on
   // a position. Each compaction costs the live members; it is paid for by the

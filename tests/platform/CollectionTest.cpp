@@ -222,26 +222,27 @@ struct Item : Mox::PtrInterface {
 
 // A view walks both kinds alike, and over a flat collection the key it yields stays valid
 // while the walk's body moves the elements.
-TEST(ConstViewTest, WalksAndFindsOverBothKinds) {
-  Mox::Collection<int, Mox::Ptr<Item>> tree;
-  Mox::FlatCollection<int, Mox::Ptr<Item>> flat;
-  for (int k : {20, 10}) {
-    tree.is(k, Mox::makePtr<Item>(k));
-    flat.is(k, Mox::makePtr<Item>(k));
-  }
-  for (const Mox::ConstView<int, Item> view :
-       {Mox::ConstView<int, Item>(tree), Mox::ConstView<int, Item>(flat)}) {
-    EXPECT_EQ(view.size(), 2u);
-    EXPECT_TRUE(view.contains(20));
-    EXPECT_EQ(view.find(10)->value, 10);
-    EXPECT_FALSE(view.find(15));
-  }
+template <class View, class Coll>
+void expectViewWalksAndFinds(Coll& coll) {
+  for (int k : {20, 10}) coll.is(k, Mox::makePtr<Item>(k));
+  const View view(coll);
+  EXPECT_EQ(view.size(), 2u);
+  EXPECT_TRUE(view.contains(20));
+  EXPECT_EQ(view.find(10)->value, 10);
+  EXPECT_FALSE(view.find(15));
   std::vector<std::pair<int, int>> seen;
-  for (const auto& [k, item] : Mox::ConstView<int, Item>(flat)) {
-    flat.is(k - 5, Mox::makePtr<Item>(k - 5));
+  for (const auto& [k, item] : view) {
+    coll.is(k - 5, Mox::makePtr<Item>(k - 5));
     seen.emplace_back(k, item->value);
   }
   EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{10, 10}, {20, 20}}));
+}
+
+TEST(ConstViewTest, WalksAndFindsOverBothKinds) {
+  Mox::Collection<int, Mox::Ptr<Item>> tree;
+  expectViewWalksAndFinds<Mox::ConstView<int, Item>>(tree);
+  Mox::FlatCollection<int, Mox::Ptr<Item>> flat;
+  expectViewWalksAndFinds<Mox::FlatConstView<int, Item>>(flat);
 }
 
 struct Node {

@@ -81,20 +81,19 @@ class NatFlowVlanPortSets : public Mox::Entity {
     static constexpr Pelo::AttrId mcastPortSet = 2;
   };
 
+  // A read-only view of the port sets of one kind, by VLAN.
+  using PortSetView = Mox::FlatConstView<std::uint16_t, NatFlowPortSet>;
+
   NatFlowVlanPortSets() = default;
 
-  Mox::ConstView<std::uint16_t, NatFlowPortSet> ucastPortSet() const {
-    return Mox::ConstView<std::uint16_t, NatFlowPortSet>(ucastPortSet_);
-  }
+  PortSetView ucastPortSet() const { return PortSetView(ucastPortSet_); }
   // The unicast port set of `vlan`, or null.
   Mox::Ptr<const NatFlowPortSet> ucastPortSet(std::uint16_t vlan) const;
   Mox::Ptr<NatFlowPortSet> ucastPortSetIs(std::uint16_t vlan);
   bool ucastPortSetDel(std::uint16_t vlan);
   void ucastPortSetDelAll();
 
-  Mox::ConstView<std::uint16_t, NatFlowPortSet> mcastPortSet() const {
-    return Mox::ConstView<std::uint16_t, NatFlowPortSet>(mcastPortSet_);
-  }
+  PortSetView mcastPortSet() const { return PortSetView(mcastPortSet_); }
   // The multicast port set of `vlan`, or null.
   Mox::Ptr<const NatFlowPortSet> mcastPortSet(std::uint16_t vlan) const;
   Mox::Ptr<NatFlowPortSet> mcastPortSetIs(std::uint16_t vlan);
