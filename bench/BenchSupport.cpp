@@ -4,6 +4,8 @@
 
 #include <malloc.h>
 
+#include "Mox/Pool.h"
+
 namespace UmoNatBench {
 
 namespace {
@@ -80,6 +82,11 @@ std::vector<UmoNatFlowActionSm*> Switch::actionSms() const {
   return actions;
 }
 
-std::size_t Switch::heapInUse() { return mallinfo2().uordblks; }
+std::size_t Switch::heapInUse() {
+  // malloc's bytes in use count the pool's chunks whole; count its live blocks instead, as
+  // malloc counts its own live chunks and not its free ones.
+  const Mox::PoolStats pool = Mox::poolStats();
+  return mallinfo2().uordblks - pool.chunkBytes + static_cast<std::size_t>(pool.liveBlockBytes);
+}
 
 }  // namespace UmoNatBench

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "Allocations.h"
+#include "Mox/Pool.h"
 
 namespace {
 
@@ -21,4 +22,6 @@ void* operator new(std::size_t size) {
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t /*size*/) noexcept { std::free(p); }
 
-std::size_t UmoNatBench::allocationCount() { return allocations; }
+std::size_t UmoNatBench::allocationCount() {
+  return allocations + static_cast<std::size_t>(Mox::poolStats().allocations);
+}

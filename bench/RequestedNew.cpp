@@ -8,6 +8,7 @@
 #include <new>
 
 #include "Allocations.h"
+#include "Mox/Pool.h"
 
 namespace {
 
@@ -38,6 +39,12 @@ void operator delete(void* p) noexcept {
 }
 void operator delete(void* p, std::size_t /*size*/) noexcept { operator delete(p); }
 
-std::size_t UmoNatBench::allocationCount() { return allocations; }
-std::size_t UmoNatBench::requestedBytesInUse() { return requested; }
-std::size_t UmoNatBench::liveAllocations() { return live; }
+std::size_t UmoNatBench::allocationCount() {
+  return allocations + static_cast<std::size_t>(Mox::poolStats().allocations);
+}
+std::size_t UmoNatBench::requestedBytesInUse() {
+  return requested + static_cast<std::size_t>(Mox::poolStats().liveBytes);
+}
+std::size_t UmoNatBench::liveAllocations() {
+  return live + static_cast<std::size_t>(Mox::poolStats().liveBlocks);
+}

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "Mox/Pool.h"
+
 namespace Mox {
 
 // A keyed collection attribute: a map from K to V, walked in ascending key order.
@@ -25,7 +27,9 @@ namespace Mox {
 // destructor sees the collection without it.
 template <class K, class V, class Compare = std::less<K>>
 class Collection {
-  using Map = std::map<K, V, Compare>;
+  // Tree nodes come from the small-object pool: a collection of thousands of elements takes
+  // no malloc header per element.
+  using Map = std::map<K, V, Compare, PoolAllocator<std::pair<const K, V>>>;
 
  public:
   using key_type = K;

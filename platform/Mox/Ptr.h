@@ -8,6 +8,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "Mox/Pool.h"
+
 namespace Mox {
 
 // Reference counts are plain increments by default. Switching the framework to
@@ -61,6 +63,13 @@ class PtrInterface {
   // Objects alive in the process; tests compare it before and after to prove
   // that nothing leaked.
   static std::int64_t instances() noexcept;
+
+  // Objects come from the small-object pool (Mox/Pool.h); the delete of the most derived
+  // class passes its size back.
+  static void* operator new(std::size_t size) { return poolAllocate(size); }
+  static void operator delete(void* p, std::size_t size) noexcept { poolFree(p, size); }
+  static void* operator new(std::size_t /*size*/, void* place) noexcept { return place; }
+  static void operator delete(void* /*p*/, void* /*place*/) noexcept {}
 
  protected:
   PtrInterface() noexcept;
