@@ -335,6 +335,40 @@ TEST_F(RecordsTest, PortSetStartsEmptyWithZeroMacAndIds) {
   EXPECT_EQ(portSets->mcastPortSet(10), nullptr) << "unicast and multicast sets are apart";
 }
 
+// Both kinds share one collection inside the record: each kind's walks, sizes and lookups see
+// only its own port sets, at the edges of the VLAN range too, and a walk that loses its
+// element goes on within its kind.
+TEST_F(RecordsTest, PortSetKindsStayApartInWalksAndLookups) {
+  auto portSets = Ip::Nat::natFlowVlanPortSetsFactory();
+  for (std::uint16_t vlan : {65535, 30, 0}) portSets->ucastPortSetIs(vlan);
+  for (std::uint16_t vlan : {20, 0, 65535})
+    portSets->mcastPortSetIs(vlan)->dmacIs(Nexo::EthAddr(2, 0, 0, 0, 0, 1));
+  auto walk = [](const Ip::Nat::NatFlowVlanPortSets::PortSetView& view) {
+    std::string out;
+    for (const auto& [vlan, portSet] : view) {
+      out += std::to_string(vlan) + (portSet->dmac().isZero() ? "u " : "m ");
+    }
+    return out;
+  };
+  EXPECT_EQ(walk(portSets->ucastPortSet()), "0u 30u 65535u ");
+  EXPECT_EQ(walk(portSets->mcastPortSet()), "0m 20m 65535m ");
+  EXPECT_EQ(portSets->ucastPortSet().size(), 3u);
+  EXPECT_FALSE(portSets->mcastPortSet().contains(30));
+  EXPECT_EQ(portSets->ucastPortSet(20), nullptr);
+  EXPECT_EQ(portSets->mcastPortSet().find(65535)->vlan(), 65535);
+
+  std::string seen;
+  for (const auto& [vlan, portSet] : portSets->ucastPortSet()) {
+    seen += std::to_string(vlan) + " ";
+    if (vlan == 0) portSets->ucastPortSetDel(30);
+    if (vlan == 65535) portSets->ucastPortSetDel(65535);
+  }
+  EXPECT_EQ(seen, "0 65535 ");
+  portSets->mcastPortSetDelAll();
+  EXPECT_TRUE(portSets->mcastPortSet().empty());
+  EXPECT_EQ(walk(portSets->ucastPortSet()), "0u ");
+}
+
 class NatFlowTextTest : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(NatFlowTextTest, RoundTrips) {

@@ -64,51 +64,55 @@ void NatFlowPortSet::portSetId2Is(std::uint32_t portSetId2) {
 
 // NatFlowVlanPortSets
 
+Mox::Ptr<NatFlowPortSet> NatFlowVlanPortSets::portSetIs(std::uint32_t kind, std::uint16_t vlan,
+                                                        Pelo::AttrId attr) {
+  const std::uint32_t key = keyOf(kind, vlan);
+  if (const Mox::Ptr<NatFlowPortSet>* portSet = portSet_.find(key)) return *portSet;
+  auto portSet = Mox::makePtr<NatFlowPortSet>(vlan);
+  portSet_.is(key, portSet);
+  publishChange(attr, vlan);
+  return portSet;
+}
+
+bool NatFlowVlanPortSets::portSetDel(std::uint32_t kind, std::uint16_t vlan, Pelo::AttrId attr) {
+  if (!portSet_.del(keyOf(kind, vlan))) return false;
+  publishChange(attr, vlan);
+  return true;
+}
+
+void NatFlowVlanPortSets::portSetDelAll(std::uint32_t kind, Pelo::AttrId attr) {
+  for (const std::uint32_t key : portSet_.keys()) {
+    if ((key >> 16) == kind) portSetDel(kind, static_cast<std::uint16_t>(key), attr);
+  }
+}
+
 Mox::Ptr<const NatFlowPortSet> NatFlowVlanPortSets::ucastPortSet(std::uint16_t vlan) const {
-  const Mox::Ptr<NatFlowPortSet>* portSet = ucastPortSet_.find(vlan);
-  return portSet != nullptr ? *portSet : nullptr;
+  return ucastPortSet().find(vlan);
 }
 
 Mox::Ptr<NatFlowPortSet> NatFlowVlanPortSets::ucastPortSetIs(std::uint16_t vlan) {
-  if (const Mox::Ptr<NatFlowPortSet>* portSet = ucastPortSet_.find(vlan)) return *portSet;
-  auto portSet = Mox::makePtr<NatFlowPortSet>(vlan);
-  ucastPortSet_.is(vlan, portSet);
-  publishChange(Attr::ucastPortSet, vlan);
-  return portSet;
+  return portSetIs(kUcast, vlan, Attr::ucastPortSet);
 }
 
 bool NatFlowVlanPortSets::ucastPortSetDel(std::uint16_t vlan) {
-  if (!ucastPortSet_.del(vlan)) return false;
-  publishChange(Attr::ucastPortSet, vlan);
-  return true;
+  return portSetDel(kUcast, vlan, Attr::ucastPortSet);
 }
 
-void NatFlowVlanPortSets::ucastPortSetDelAll() {
-  for (const std::uint16_t vlan : ucastPortSet_.keys()) ucastPortSetDel(vlan);
-}
+void NatFlowVlanPortSets::ucastPortSetDelAll() { portSetDelAll(kUcast, Attr::ucastPortSet); }
 
 Mox::Ptr<const NatFlowPortSet> NatFlowVlanPortSets::mcastPortSet(std::uint16_t vlan) const {
-  const Mox::Ptr<NatFlowPortSet>* portSet = mcastPortSet_.find(vlan);
-  return portSet != nullptr ? *portSet : nullptr;
+  return mcastPortSet().find(vlan);
 }
 
 Mox::Ptr<NatFlowPortSet> NatFlowVlanPortSets::mcastPortSetIs(std::uint16_t vlan) {
-  if (const Mox::Ptr<NatFlowPortSet>* portSet = mcastPortSet_.find(vlan)) return *portSet;
-  auto portSet = Mox::makePtr<NatFlowPortSet>(vlan);
-  mcastPortSet_.is(vlan, portSet);
-  publishChange(Attr::mcastPortSet, vlan);
-  return portSet;
+  return portSetIs(kMcast, vlan, Attr::mcastPortSet);
 }
 
 bool NatFlowVlanPortSets::mcastPortSetDel(std::uint16_t vlan) {
-  if (!mcastPortSet_.del(vlan)) return false;
-  publishChange(Attr::mcastPortSet, vlan);
-  return true;
+  return portSetDel(kMcast, vlan, Attr::mcastPortSet);
 }
 
-void NatFlowVlanPortSets::mcastPortSetDelAll() {
-  for (const std::uint16_t vlan : mcastPortSet_.keys()) mcastPortSetDel(vlan);
-}
+void NatFlowVlanPortSets::mcastPortSetDelAll() { portSetDelAll(kMcast, Attr::mcastPortSet); }
 
 Mox::Ptr<NatFlowVlanPortSets> natFlowVlanPortSetsFactory() {
   return Mox::makePtr<NatFlowVlanPortSets>();

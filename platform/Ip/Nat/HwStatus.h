@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <utility>
 
 #include "Ip/Nat/NatFlow.h"
 #include "Mox/Collection.h"
@@ -75,25 +78,104 @@ class NatFlowPortSet : public Mox::Entity {
 // (one known next hop) and those sent as multicast. Shared by reference: the actions that
 // replicate to the same ports may point to one instance.
 class NatFlowVlanPortSets : public Mox::Entity {
+  // Both kinds in one flat collection, keyed by kind and VLAN (the kind in the upper 16 bits,
+  // unicast first): an action has a port set or two, and one small collection holds them
+  // inside the object.
+  using Entries = Mox::FlatCollection<std::uint32_t, Mox::Ptr<NatFlowPortSet>>;
+  static constexpr std::uint32_t kUcast = 0;
+  static constexpr std::uint32_t kMcast = 1;
+  static std::uint32_t keyOf(std::uint32_t kind, std::uint16_t vlan) { return kind << 16 | vlan; }
+
  public:
   struct Attr {
     static constexpr Pelo::AttrId ucastPortSet = 1;
     static constexpr Pelo::AttrId mcastPortSet = 2;
   };
 
-  // A read-only view of the port sets of one kind, by VLAN.
-  using PortSetView = Mox::FlatConstView<std::uint16_t, NatFlowPortSet>;
+  // A read-only view of the port sets of one kind, by VLAN: walks yield (vlan, port set) in
+  // ascending VLAN order with the walk guarantees of a collection (Mox/Collection.h), and
+  // lookups give the port set or null. Valid while the NatFlowVlanPortSets lives.
+  class PortSetView {
+   public:
+    class const_iterator {
+     public:
+      using iterator_category = std::forward_iterator_tag;
+      using value_type = std::pair<const std::uint16_t&, Mox::Ptr<const NatFlowPortSet>>;
+      using difference_type = std::ptrdiff_t;
+      using reference = value_type;
+
+      const_iterator() = default;
+      const_iterator(const Entries* entries, std::uint32_t kind, Entries::const_iterator it)
+          : entries_(entries), kind_(kind), it_(it) {
+        while (it_ != entries_->end() && (it_.key() >> 16) < kind_) ++it_;
+        settle();
+      }
+      // The VLAN is the iterator's own copy: it stays valid until the iterator moves on.
+      value_type operator*() const { return {vlan_, Mox::Ptr<const NatFlowPortSet>(it_->second)}; }
+      const std::uint16_t& key() const { return vlan_; }
+      const_iterator& operator++() {
+        ++it_;
+        settle();
+        return *this;
+      }
+      const_iterator operator++(int) {
+        const_iterator old = *this;
+        ++*this;
+        return old;
+      }
+      friend bool operator==(const const_iterator& a, const const_iterator& b) {
+        return a.it_ == b.it_;
+      }
+
+     private:
+      // Ends the walk where the kind's run ends.
+      void settle() {
+        if (it_ == entries_->end()) return;
+        if ((it_.key() >> 16) != kind_) {
+          it_ = entries_->end();
+        } else {
+          vlan_ = static_cast<std::uint16_t>(it_.key());
+        }
+      }
+
+      const Entries* entries_ = nullptr;
+      std::uint32_t kind_ = 0;
+      Entries::const_iterator it_;
+      std::uint16_t vlan_ = 0;
+    };
+
+    PortSetView(const Entries& entries, std::uint32_t kind) : entries_(&entries), kind_(kind) {}
+
+    const_iterator begin() const { return const_iterator(entries_, kind_, entries_->begin()); }
+    const_iterator end() const { return const_iterator(entries_, kind_, entries_->end()); }
+    std::size_t size() const {
+      std::size_t n = 0;
+      for (const auto& entry : *entries_) n += (entry.first >> 16) == kind_ ? 1 : 0;
+      return n;
+    }
+    bool empty() const { return begin() == end(); }
+    bool contains(std::uint16_t vlan) const { return entries_->contains(keyOf(kind_, vlan)); }
+    // The port set of `vlan`, or null.
+    Mox::Ptr<const NatFlowPortSet> find(std::uint16_t vlan) const {
+      const Mox::Ptr<NatFlowPortSet>* p = entries_->find(keyOf(kind_, vlan));
+      return p != nullptr ? Mox::Ptr<const NatFlowPortSet>(*p) : Mox::Ptr<const NatFlowPortSet>();
+    }
+
+   private:
+    const Entries* entries_;  // not owned
+    std::uint32_t kind_;
+  };
 
   NatFlowVlanPortSets() = default;
 
-  PortSetView ucastPortSet() const { return PortSetView(ucastPortSet_); }
+  PortSetView ucastPortSet() const { return PortSetView(portSet_, kUcast); }
   // The unicast port set of `vlan`, or null.
   Mox::Ptr<const NatFlowPortSet> ucastPortSet(std::uint16_t vlan) const;
   Mox::Ptr<NatFlowPortSet> ucastPortSetIs(std::uint16_t vlan);
   bool ucastPortSetDel(std::uint16_t vlan);
   void ucastPortSetDelAll();
 
-  PortSetView mcastPortSet() const { return PortSetView(mcastPortSet_); }
+  PortSetView mcastPortSet() const { return PortSetView(portSet_, kMcast); }
   // The multicast port set of `vlan`, or null.
   Mox::Ptr<const NatFlowPortSet> mcastPortSet(std::uint16_t vlan) const;
   Mox::Ptr<NatFlowPortSet> mcastPortSetIs(std::uint16_t vlan);
@@ -104,9 +186,11 @@ class NatFlowVlanPortSets : public Mox::Entity {
   ~NatFlowVlanPortSets() override = default;
 
  private:
-  // An action replicates to a VLAN or two mostly: flat collections keep them inside the object.
-  Mox::FlatCollection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> ucastPortSet_;
-  Mox::FlatCollection<std::uint16_t, Mox::Ptr<NatFlowPortSet>> mcastPortSet_;
+  Mox::Ptr<NatFlowPortSet> portSetIs(std::uint32_t kind, std::uint16_t vlan, Pelo::AttrId attr);
+  bool portSetDel(std::uint32_t kind, std::uint16_t vlan, Pelo::AttrId attr);
+  void portSetDelAll(std::uint32_t kind, Pelo::AttrId attr);
+
+  Entries portSet_;
 };
 
 // Returns a new, empty NatFlowVlanPortSets.
