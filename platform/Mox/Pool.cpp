@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 
 namespace Mox {
 
@@ -124,6 +125,17 @@ class Pool {
   PoolStats stats_;
 };
 
+// Whether this process uses the pool: always off under AddressSanitizer, and off when the
+// environment sets MOX_POOL=off (for heap profilers and memory checkers, which then see every
+// object as a block of its own). Decided once, before the first block.
+bool poolOn() {
+  static const bool on = [] {
+    const char* setting = std::getenv("MOX_POOL");
+    return kPoolOn && !(setting != nullptr && std::strcmp(setting, "off") == 0);
+  }();
+  return on;
+}
+
 // Trivially destructible, so that a thread's pool stays usable while other thread-local
 // objects are destroyed at its exit; its chunks stay on the global list.
 thread_local constinit Pool pool;
@@ -131,13 +143,13 @@ thread_local constinit Pool pool;
 }  // namespace
 
 void* poolAllocate(std::size_t size) {
-  if (!kPoolOn || size > kPoolMaxBlock || size == 0) return ::operator new(size);
+  if (!poolOn() || size > kPoolMaxBlock || size == 0) return ::operator new(size);
   return pool.allocate(size);
 }
 
 void poolFree(void* block, std::size_t size) noexcept {
   if (block == nullptr) return;
-  if (!kPoolOn || size > kPoolMaxBlock || size == 0) {
+  if (!poolOn() || size > kPoolMaxBlock || size == 0) {
     ::operator delete(block);
     return;
   }
@@ -146,6 +158,6 @@ void poolFree(void* block, std::size_t size) noexcept {
 
 PoolStats poolStats() noexcept { return pool.stats(); }
 
-bool poolEnabled() noexcept { return kPoolOn; }
+bool poolEnabled() noexcept { return poolOn(); }
 
 }  // namespace Mox

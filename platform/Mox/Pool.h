@@ -12,7 +12,8 @@ namespace Mox {
 // rounding beyond 8 bytes, and neighbours made together stay together in memory.
 //
 // Blocks of up to kPoolMaxBlock bytes come from the pool, in size classes 8 bytes apart; larger
-// ones, and every block in builds with AddressSanitizer (so that it still sees each object as a
+// ones, and every block in builds with AddressSanitizer or in a process started with
+// MOX_POOL=off (so that sanitizers, memory checkers and heap profilers see each object as a
 // block of its own), go to ::operator new. A freed block goes to a free list of its size class
 // and serves the next allocation of that size; chunks are kept for the life of the process.
 //
@@ -40,7 +41,8 @@ struct PoolStats {
   std::uint64_t chunkBytes = 0;
 };
 PoolStats poolStats() noexcept;
-// Whether blocks come from the pool in this build (false with AddressSanitizer).
+// Whether blocks come from the pool in this process (false with AddressSanitizer or
+// MOX_POOL=off).
 bool poolEnabled() noexcept;
 
 // A standard allocator over the pool: single elements of a small type (the nodes of a tree)
