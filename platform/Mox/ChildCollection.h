@@ -7,7 +7,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "Mox/Collection.h"
+#include "Mox/BlockCollection.h"
 #include "Mox/Reactor.h"
 
 namespace Mox {
@@ -29,7 +29,10 @@ concept AnswersConstructedWith = requires(const T& child, const Args&... args) {
 // The children a state machine owns, keyed by K: each a reactor T created with
 // the constructor arguments Args. Removing a child drops the collection's
 // reference, which destroys the child (its doCleanup runs first) unless someone
-// else still holds it. Walks are those of Collection, in ascending key order.
+// else still holds it. Walks are those of Collection, in ascending key order;
+// the children are held in a BlockCollection (an owner may have thousands), so
+// a walk yields the key as the iterator's own copy and the child as a
+// reference of its own, both valid while children come and go.
 //
 // To detect a re-creation with other arguments, the collection asks the child
 // (`bool constructedWith(const Args&...) const`) when it has that member, and
@@ -46,19 +49,19 @@ class ChildCollection {
                                              std::tuple<Args...>>
         args;
   };
-  using Slots = Collection<K, Slot>;
+  using Slots = BlockCollection<K, Slot>;
 
  public:
   class const_iterator {
    public:
     using iterator_category = std::forward_iterator_tag;
-    using value_type = std::pair<const K&, const Ptr<T>&>;
+    using value_type = std::pair<const K&, Ptr<T>>;
     using difference_type = std::ptrdiff_t;
     using reference = value_type;
 
     const_iterator() = default;
     explicit const_iterator(typename Slots::const_iterator it) : it_(it) {}
-    value_type operator*() const { return {it_->first, it_->second.child}; }
+    value_type operator*() const { return {it_.key(), it_->second.child}; }
     const_iterator& operator++() {
       ++it_;
       return *this;

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "Mox/BlockCollection.h"
 #include "Mox/Collection.h"
 #include "Mox/FlatCollection.h"
 #include "Mox/Ptr.h"
@@ -16,6 +17,8 @@ template <class C>
 inline constexpr bool elementsMove = false;
 template <class K, class V, class Compare, std::size_t N>
 inline constexpr bool elementsMove<FlatCollection<K, V, Compare, N>> = true;
+template <class K, class V, class Compare, std::size_t B>
+inline constexpr bool elementsMove<BlockCollection<K, V, Compare, B>> = true;
 }  // namespace detail
 
 // A read-only view of a collection of entities (a Collection by default, or a FlatCollection:
@@ -79,5 +82,8 @@ class ConstView {
 // A read-only view of a FlatCollection of entities.
 template <class K, class T>
 using FlatConstView = ConstView<K, T, FlatCollection<K, Ptr<T>>>;
+// A read-only view of a BlockCollection of entities.
+template <class K, class T>
+using BlockConstView = ConstView<K, T, BlockCollection<K, Ptr<T>>>;
 
 }  // namespace Mox

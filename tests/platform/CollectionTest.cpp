@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Mox/BlockCollection.h"
 #include "Mox/ConstView.h"
 #include "Mox/FlatCollection.h"
 #include "Mox/PtrSet.h"
@@ -27,6 +28,12 @@ struct OfFlat {
 struct OfFlatOne {
   template <class K, class V>
   using C = Mox::FlatCollection<K, V, std::less<K>, 1>;
+};
+
+// Blocks of four: the walks below also cross blocks that split and merge under them.
+struct OfBlockFour {
+  template <class K, class V>
+  using C = Mox::BlockCollection<K, V, std::less<K>, 4>;
 };
 
 template <class Of>
@@ -52,7 +59,7 @@ class CollectionTest : public testing::Test {
     return seen;
   }
 };
-using Kinds = testing::Types<OfCollection, OfFlat, OfFlatOne>;
+using Kinds = testing::Types<OfCollection, OfFlat, OfFlatOne, OfBlockFour>;
 TYPED_TEST_SUITE(CollectionTest, Kinds);
 
 TYPED_TEST(CollectionTest, WalksInAscendingKeyOrder) {
@@ -202,6 +209,47 @@ TEST(FlatCollectionTest, WalksUnderChangeAsCollectionDoes) {
     EXPECT_EQ(t == tree.end(), f == flat.end());
     EXPECT_EQ(treeSeen, flatSeen);
     EXPECT_EQ(tree.keys(), flat.keys());
+  }
+}
+
+// The same with many more keys than a block holds, in blocks of four: splits, merges and
+// emptied blocks happen under the walks.
+TEST(BlockCollectionTest, WalksUnderChangeAsCollectionDoes) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 300; ++round) {
+    Mox::Collection<int, int> tree;
+    Mox::BlockCollection<int, int, std::less<int>, 4> blocks;
+    for (int i = 0; i < 40; ++i) {
+      const int k = static_cast<int>(random() % 64);
+      tree.is(k, k);
+      blocks.is(k, k);
+    }
+    std::vector<int> treeSeen;
+    std::vector<int> blockSeen;
+    auto t = tree.begin();
+    auto b = blocks.begin();
+    for (; t != tree.end() && b != blocks.end(); ++t, ++b) {
+      treeSeen.push_back(t->second);
+      blockSeen.push_back(b->second);
+      for (int change = random() % 6; change > 0; --change) {
+        const int k = static_cast<int>(random() % 64);
+        if (random() % 2 != 0) {
+          tree.is(k, k);
+          blocks.is(k, k);
+        } else {
+          tree.del(k);
+          blocks.del(k);
+        }
+      }
+      if (random() % 3 == 0) {
+        tree.del(t.key());
+        blocks.del(b.key());
+      }
+    }
+    EXPECT_EQ(t == tree.end(), b == blocks.end());
+    EXPECT_EQ(treeSeen, blockSeen);
+    EXPECT_EQ(tree.keys(), blocks.keys());
+    EXPECT_EQ(tree.size(), blocks.size());
   }
 }
 

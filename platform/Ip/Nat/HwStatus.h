@@ -285,8 +285,8 @@ class HwNatFlowMatchStatus : public Mox::Entity {
   const NatFlow& flow() const { return flow_; }
   void flowIs(const NatFlow& flow);
 
-  Mox::ConstView<Pelo::String, HwNatFlowActionStatus> action() const {
-    return Mox::ConstView<Pelo::String, HwNatFlowActionStatus>(action_);
+  Mox::BlockConstView<Pelo::String, HwNatFlowActionStatus> action() const {
+    return Mox::BlockConstView<Pelo::String, HwNatFlowActionStatus>(action_);
   }
   // The action of `name`, or null.
   Mox::Ptr<const HwNatFlowActionStatus> action(const Pelo::String& name) const;
@@ -301,7 +301,8 @@ class HwNatFlowMatchStatus : public Mox::Entity {
   std::uint32_t groupIdUc_ = 0;
   std::uint32_t groupIdMc_ = 0;
   NatFlow flow_;
-  Mox::Collection<Pelo::String, Mox::Ptr<HwNatFlowActionStatus>> action_;
+  // A match may have thousands of actions: blocks hold them at a fraction of a tree node each.
+  Mox::BlockCollection<Pelo::String, Mox::Ptr<HwNatFlowActionStatus>> action_;
 };
 
 // The programmed matches of one policy, by match name.
