@@ -98,6 +98,9 @@ class PtrSet {
     if (4 * (live_ + 1) > 3 * std::size_t{mask_ + 1} || table_ == nullptr) {
       rebuild(2 * std::size_t{mask_ + 1});
     }
+    // The vector grows by half its size rather than doubling: a set of thousands of members
+    // keeps a fifth of its room unused on average instead of a third.
+    if (slots_.size() == slots_.capacity()) slots_.reserve(slots_.size() + slots_.size() / 2 + 4);
     slots_.push_back(member);
     place(slots_.size() - 1);
     ++live_;
