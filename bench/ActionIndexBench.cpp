@@ -12,13 +12,20 @@
 
 namespace {
 
-// Stand-ins for action state machines: the index only stores and compares
-// the pointers (with traces off it never dereferences them).
-std::vector<UmoNatFlowActionSm*> fakeActions(std::vector<std::max_align_t>& storage) {
-  std::vector<UmoNatFlowActionSm*> out;
-  for (auto& slot : storage) out.push_back(reinterpret_cast<UmoNatFlowActionSm*>(&slot));
-  return out;
-}
+// A switch of n programmed actions whose index is then emptied: the benchmarks register its
+// real action state machines under keys of their own (an action keeps its keys in itself, so
+// stand-ins would not do).
+struct Index {
+  explicit Index(std::size_t n) : sw(n) {
+    sw.start();
+    topo = sw.root->topologySm();
+    actions = sw.actionSms();
+    for (UmoNatFlowActionSm* a : actions) topo->delActionSm(a);
+  }
+  UmoNatBench::Switch sw;
+  UmoNatFlowMcastTopologySm* topo = nullptr;
+  std::vector<UmoNatFlowActionSm*> actions;
+};
 
 Nexo::IntfId intfOf(std::size_t i) { return Nexo::IntfId("Ethernet" + std::to_string(i % 48 + 1)); }
 std::uint16_t vlanOf(std::size_t i) { return static_cast<std::uint16_t>(i % 4094 + 1); }
@@ -35,11 +42,9 @@ void registerAction(UmoNatFlowMcastTopologySm& topo, UmoNatFlowActionSm* a, std:
 
 void BM_DelActionSm(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Vyr::TaskSchedulerRoot::schedulerIs(Mox::makePtr<Vyr::TaskScheduler>());
-  auto topo =
-      umoNatFlowMcastTopologySmFactory(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  std::vector<std::max_align_t> storage(n);
-  auto actions = fakeActions(storage);
+  Index index(n);
+  auto* topo = index.topo;
+  const auto& actions = index.actions;
   for (std::size_t i = 0; i < n; ++i) registerAction(*topo, actions[i], i);
   std::size_t i = 0;
   for (auto _ : state) {
@@ -49,18 +54,14 @@ void BM_DelActionSm(benchmark::State& state) {
     i = (i + 1) % n;
   }
   state.SetComplexityN(state.range(0));
-  topo.reset();
-  Vyr::TaskSchedulerRoot::schedulerIs(nullptr);
 }
 BENCHMARK(BM_DelActionSm)->RangeMultiplier(10)->Range(100, 100000)->Complexity();
 
 void BM_NotifyOneInterface(benchmark::State& state) {
   const auto n = static_cast<std::size_t>(state.range(0));
-  Vyr::TaskSchedulerRoot::schedulerIs(Mox::makePtr<Vyr::TaskScheduler>());
-  auto topo =
-      umoNatFlowMcastTopologySmFactory(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-  std::vector<std::max_align_t> storage(n);
-  auto actions = fakeActions(storage);
+  Index index(n);
+  auto* topo = index.topo;
+  const auto& actions = index.actions;
   // Every action under its own interface; the notified one has one action.
   for (std::size_t i = 0; i < n; ++i) {
     topo->addActionSmIntf(Nexo::IntfId("Port" + std::to_string(i)), actions[i]);
@@ -71,8 +72,6 @@ void BM_NotifyOneInterface(benchmark::State& state) {
     topo->actionSmUpdateBacklogDel(actions[0]);
   }
   state.SetComplexityN(state.range(0));
-  topo.reset();
-  Vyr::TaskSchedulerRoot::schedulerIs(nullptr);
 }
 BENCHMARK(BM_NotifyOneInterface)->RangeMultiplier(10)->Range(100, 100000)->Complexity();
 
