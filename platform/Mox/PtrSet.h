@@ -95,8 +95,8 @@ class PtrSet {
   bool is(T* member) {
     if (find(member) != kNone) return false;
     // Room first: the table holds at most three quarters of its cells.
-    if (4 * (live_ + 1) > 3 * std::size_t{cells_} || table_ == nullptr) {
-      rebuild(std::size_t{cells_} + cells_ / 2);
+    if (4 * (live_ + 1) > 3 * std::size_t{mask_ + 1} || table_ == nullptr) {
+      rebuild(2 * std::size_t{mask_ + 1});
     }
     // The vector grows by half its size rather than doubling: a set of thousands of members
     // keeps a fifth of its room unused on average instead of a third.
@@ -119,7 +119,7 @@ class PtrSet {
   void delAll() {
     for (auto& slot : slots_) slot = nullptr;
     if (table_ != nullptr) {
-      for (std::size_t c = 0; c < cells_; ++c) table_[c] = kNone;
+      for (std::size_t c = 0; c <= mask_; ++c) table_[c] = kNone;
     }
     live_ = 0;
     compactIfSparse();
@@ -129,21 +129,16 @@ class PtrSet {
   static constexpr std::uint32_t kNone = UINT32_MAX;
 
   std::size_t home(const T* member) const {
-    // Fibonacci hashing of the address, whose low bits are alignment; the upper 32 bits of
-    // the product, scaled to the table, pick the cell (the table need not be a power of two).
+    // Fibonacci hashing of the address, whose low bits are alignment.
     const auto bits = reinterpret_cast<std::uintptr_t>(member) >> 3;
-    const std::uint64_t hash = (static_cast<std::uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >> 32;
-    return static_cast<std::size_t>((hash * cells_) >> 32);
-  }
-  std::size_t next(std::size_t cell) const { return cell + 1 == cells_ ? 0 : cell + 1; }
-  // How many steps forward `to` lies from `from`, around the end of the table.
-  std::size_t distance(std::size_t from, std::size_t to) const {
-    return to >= from ? to - from : to + cells_ - from;
+    return static_cast<std::size_t>((static_cast<std::uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >>
+                                    32) &
+           mask_;
   }
   // The table cell of `member`, or kNone.
   std::size_t find(const T* member) const {
     if (live_ == 0) return kNone;
-    for (std::size_t cell = home(member);; cell = next(cell)) {
+    for (std::size_t cell = home(member);; cell = (cell + 1) & mask_) {
       const std::uint32_t pos = table_[cell];
       if (pos == kNone) return kNone;
       if (slots_[pos] == member) return cell;
@@ -153,13 +148,13 @@ class PtrSet {
   // longer be found (no markers for removed entries are needed).
   void erase(std::size_t cell) const {
     std::size_t hole = cell;
-    for (std::size_t at = next(hole); table_[at] != kNone; at = next(at)) {
-      const std::size_t want = home(slots_[table_[at]]);
-      // The entry at `at` may move into the hole unless its home lies
-      // cyclically in (hole, at].
-      if (distance(want, at) >= distance(hole, at)) {
-        table_[hole] = table_[at];
-        hole = at;
+    for (std::size_t next = (hole + 1) & mask_; table_[next] != kNone; next = (next + 1) & mask_) {
+      const std::size_t want = home(slots_[table_[next]]);
+      // The entry at `next` may move into the hole unless its home lies
+      // cyclically in (hole, next].
+      if (((next - want) & mask_) >= ((next - hole) & mask_)) {
+        table_[hole] = table_[next];
+        hole = next;
       }
     }
     table_[hole] = kNone;
@@ -167,9 +162,9 @@ class PtrSet {
   // A table of `cells` cells (a power of two) filled from the vector.
   void rebuild(std::size_t cells) const {
     if (cells < 8) cells = 8;
-    if (table_ == nullptr || cells != std::size_t{cells_}) {
+    if (table_ == nullptr || cells != std::size_t{mask_ + 1}) {
       table_ = std::make_unique<std::uint32_t[]>(cells);
-      cells_ = static_cast<std::uint32_t>(cells);
+      mask_ = static_cast<std::uint32_t>(cells - 1);
     }
     for (std::size_t c = 0; c < cells; ++c) table_[c] = kNone;
     for (std::size_t pos = 0; pos < slots_.size(); ++pos) {
@@ -179,7 +174,7 @@ class PtrSet {
   // Enters position `pos` of slots_ in the first free cell of its member's probe run.
   void place(std::size_t pos) const {
     std::size_t cell = home(slots_[pos]);
-    while (table_[cell] != kNone) cell = next(cell);
+    while (table_[cell] != kNone) cell = (cell + 1) & mask_;
     table_[cell] = static_cast<std::uint32_t>(pos);
   }
   // Drops removed slots once they are the majority, unless a walk stands on
@@ -197,7 +192,7 @@ class PtrSet {
       if (member == nullptr) continue;
       if (pos != live) {
         std::size_t cell = home(member);
-        while (table_[cell] != pos) cell = next(cell);
+        while (table_[cell] != pos) cell = (cell + 1) & mask_;
         table_[cell] = live;
         slots_[live] = member;
       }
@@ -210,9 +205,9 @@ class PtrSet {
   mutable std::vector<T*> slots_;
   // Open-addressing table of positions in slots_; kNone marks a free cell.
   mutable std::unique_ptr<std::uint32_t[]> table_;
-  mutable std::uint32_t cells_ = 0;  // any size: the table grows by half
-  std::uint32_t live_ = 0;           // members
-  mutable std::size_t walks_ = 0;    // iterators alive
+  mutable std::uint32_t mask_ = 0;  // cells - 1
+  std::uint32_t live_ = 0;          // members
+  mutable std::size_t walks_ = 0;   // iterators alive
 };
 
 }  // namespace Mox
