@@ -24,12 +24,6 @@ std::ostream& operator<<(std::ostream& os, ActionNames n) {
             << ", action: " << n.actionSm->action();
 }
 
-// Inserts `key` into the ascending, duplicate-free `keys`.
-void insertSorted(UmoNatflowActionSmKeys& keys, const UmoNatflowActionSmKey& key) {
-  const auto at = std::lower_bound(keys.begin(), keys.end(), key);
-  if (at == keys.end() || *at != key) keys.insert(at, key);
-}
-
 // Inserts `actionSm` into the index entry of `key`, creating the entry.
 template <class Coll, class Key, class Make>
 void indexAdd(Coll& coll, const Key& key, UmoNatFlowActionSm* actionSm, Make make) {
@@ -252,20 +246,20 @@ void UmoNatFlowMcastTopologySm::addActionSmIntf(const Nexo::IntfId& intf,
                                                 UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmIntf" << ActionNames{actionSm} << ", intf: " << intf);
   indexAdd(actionIntf_, intf, actionSm, UmoNatflowActionSmIntfIs);
-  insertSorted(actionSm->indexKeys_, intf);
+  actionSm->indexKeys_.insert(intf);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmVlan(std::uint16_t vlan, UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmVlan" << ActionNames{actionSm} << ", vlan: " << vlan);
   indexAdd(actionVlan_, vlan, actionSm, UmoNatflowActionSmVlanIs);
-  insertSorted(actionSm->indexKeys_, vlan);
+  actionSm->indexKeys_.insert(vlan);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmMac(const Nexo::EthAddr& mac,
                                                UmoNatFlowActionSm* actionSm) {
   MOX_TRACE(traceHandle, 4, "addActionSmMac" << ActionNames{actionSm} << ", mac: " << mac);
   indexAdd(actionMac_, mac, actionSm, UmoNatflowActionSmMacIs);
-  insertSorted(actionSm->indexKeys_, mac);
+  actionSm->indexKeys_.insert(mac);
 }
 
 void UmoNatFlowMcastTopologySm::addActionSmRecirc(UmoNatFlowActionSm* actionSm) {

@@ -36,6 +36,16 @@ class IntfId {
   // ("Ethernet3/1" -> "Et3/1", "Port-Channel10" -> "Po10"); other names come back unchanged.
   Pelo::String shortName() const;
 
+  // The id as one word: the address of its interned record (0 for the empty id), aligned to at
+  // least 8 bytes, so compact containers can pack ids with other values in a word's low bits.
+  // fromHandle(handle()) gives the id back.
+  std::uintptr_t handle() const { return reinterpret_cast<std::uintptr_t>(entry_); }
+  static IntfId fromHandle(std::uintptr_t handle) {
+    IntfId id;
+    id.entry_ = reinterpret_cast<const Label*>(handle);
+    return id;
+  }
+
   friend bool operator==(const IntfId& a, const IntfId& b) { return a.entry_ == b.entry_; }
   // Natural order: runs of decimal digits compare by numeric value, other bytes compare
   // bytewise and sort below or above every digit as their byte value says. Names equal under
