@@ -518,7 +518,13 @@ std::size_t NatFlowHelper::sync() {
     }
   }
 
-  if (count != 0) instance_.bundle(mods);  // throws, and everything stays dirty, on a refusal
+  if (count != 0) {
+    instance_.bundle(mods);  // throws, and everything stays dirty, on a refusal
+    // The datapath caches the decisions of the old tables and revalidates them in the
+    // background: a frame sent right away could still take a removed flow. Purging the cached
+    // flows makes the next frame go through the new tables.
+    instance_.appctl({"revalidator/purge"});
+  }
 
   // The bridge now holds the new parts.
   for (auto& [id, part] : parts) {
