@@ -15,10 +15,22 @@ struct Publisher::List {
   bool needsCompaction = false;
 };
 
+// One delivery to a list in progress; the deliveries of a thread are linked from the innermost
+// outwards, whatever their publishers.
+struct Publisher::Delivery {
+  Delivery* outer;
+  const Publisher* publisher;
+  bool publisherDestroyed;
+};
+
+thread_local constinit Publisher::Delivery* Publisher::deliveriesInProgress = nullptr;
+
 void Subscriber::handlePublisherDestroyed(const Publisher& /*publisher*/) {}
 
 Publisher::~Publisher() {
-  for (Delivery* d = deliveries_; d != nullptr; d = d->outer) d->publisherDestroyed = true;
+  for (Delivery* d = deliveriesInProgress; d != nullptr; d = d->outer) {
+    if (d->publisher == this) d->publisherDestroyed = true;
+  }
   // Take the subscribers first: a subscriber told of the destruction must not
   // find itself still subscribed.
   const std::uintptr_t subscribers = subscribers_;
@@ -82,7 +94,7 @@ void Publisher::subscriberRemove(Subscriber* subscriber) const {
   }
   Entry* e = entryFor(subscriber);
   if (e == nullptr) return;
-  if (deliveries_ != nullptr) {
+  if (delivering()) {
     // Keep positions stable for the deliveries in progress.
     *e = 0;
     l->needsCompaction = true;
@@ -111,26 +123,40 @@ void Publisher::compact() const {
   delete l;
 }
 
+bool Publisher::delivering() const {
+  for (const Delivery* d = deliveriesInProgress; d != nullptr; d = d->outer) {
+    if (d->publisher == this) return true;
+  }
+  return false;
+}
+
 void Publisher::deliver(AttrId attr, const Key& key) const {
-  // Unlinks this delivery on every way out, exceptions included, unless the
-  // publisher died during it.
-  struct Guard {
-    const Publisher& publisher;
-    Delivery delivery;
-    ~Guard() {
-      if (delivery.publisherDestroyed) return;
-      publisher.deliveries_ = delivery.outer;
-      if (publisher.deliveries_ != nullptr) return;
-      if (List* l = publisher.list(); l != nullptr && l->needsCompaction) publisher.compact();
-    }
-  } guard{*this, Delivery{deliveries_, false}};
-  deliveries_ = &guard.delivery;
-  List* l = list();
-  if (l == nullptr) {
-    // One subscriber: whatever it does to the list, nobody else is due this change.
-    if ((subscribers_ & kActive) != 0) subscriberOf(subscribers_)->handleChange(*this, attr, key);
+  if (List* l = list()) {
+    deliverToList(l, attr, key);
     return;
   }
+  // One subscriber: whatever it does to the subscribers (even destroying the publisher),
+  // nobody else is due this change and nothing here is touched again, so the delivery need
+  // not be recorded.
+  if ((subscribers_ & kActive) != 0) subscriberOf(subscribers_)->handleChange(*this, attr, key);
+}
+
+void Publisher::deliverToList(List* l, AttrId attr, const Key& key) const {
+  // Records this delivery for the destructor and the mutators, and takes it off again on every
+  // way out, exceptions included; the publisher is touched then only if it is still alive.
+  struct Guard {
+    Delivery delivery;
+    ~Guard() {
+      deliveriesInProgress = delivery.outer;
+      if (delivery.publisherDestroyed) return;
+      const Publisher& publisher = *delivery.publisher;
+      if (List* list = publisher.list();
+          list != nullptr && list->needsCompaction && !publisher.delivering()) {
+        publisher.compact();
+      }
+    }
+  } guard{Delivery{deliveriesInProgress, this, false}};
+  deliveriesInProgress = &guard.delivery;
   // The list stays put until the last delivery ends. Subscribers added during
   // this delivery sit beyond `count` and are skipped.
   const std::size_t count = l->entries.size();

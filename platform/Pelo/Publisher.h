@@ -42,9 +42,10 @@ class Subscriber {
 // before the outer delivery goes on.
 //
 // Every entity is a publisher and most have no subscriber or one, so a
-// publisher is two words: the subscribers (none, one held inline, or a list on
-// the heap) and the deliveries in progress. The destructor is not virtual:
-// nothing is deleted through a Publisher*.
+// publisher is one word: the subscribers (none, one held inline, or a list on
+// the heap). The deliveries in progress, which only a publisher with a list
+// needs to know of, are kept per thread outside the publishers. The destructor
+// is not virtual: nothing is deleted through a Publisher*.
 class Publisher {
  public:
   Publisher() noexcept = default;
@@ -82,11 +83,9 @@ class Publisher {
   static constexpr std::uintptr_t kList = 2;
   static_assert(alignof(Subscriber) > (kActive | kList));
   struct List;
-  // One delivery in progress, linked from the innermost outwards.
-  struct Delivery {
-    Delivery* outer;
-    bool publisherDestroyed;
-  };
+  struct Delivery;
+  // This thread's deliveries to lists in progress, innermost first.
+  static thread_local Delivery* deliveriesInProgress;
 
   static Subscriber* subscriberOf(Entry e) {
     return reinterpret_cast<Subscriber*>(e & ~(kActive | kList));
@@ -96,11 +95,13 @@ class Publisher {
   }
   Entry* entryFor(const Subscriber* subscriber) const;
   void deliver(AttrId attr, const Key& key) const;
+  void deliverToList(List* list, AttrId attr, const Key& key) const;
+  // Whether a delivery of this publisher to its list is in progress on this thread.
+  bool delivering() const;
   void compact() const;
 
   // 0, one Entry, or a List* tagged with kList.
   mutable std::uintptr_t subscribers_ = 0;
-  mutable Delivery* deliveries_ = nullptr;
 };
 
 }  // namespace Pelo

@@ -186,3 +186,62 @@ TEST(PublisherTest, SoleSubscriberDestroyingThePublisherStopsTheDelivery) {
 }
 
 }  // namespace
+
+namespace {
+
+// The deliveries in progress are kept per thread, across publishers: each publisher must see
+// only its own. An inner publisher destroyed during its delivery stops that delivery alone; the
+// outer publisher's delivery goes on to its remaining subscribers, and removals from the outer
+// list during the inner delivery still wait for the outer delivery to end.
+TEST(PublisherTest, DeliveriesOfDifferentPublishersNestIndependently) {
+  std::string log;
+  Recorder a("a", &log), b("b", &log), c("c", &log), x("x", &log), y("y", &log);
+  Pelo::Publisher outer;
+  auto inner = std::make_unique<Pelo::Publisher>();
+  outer.subscriberAdd(&a);
+  outer.subscriberAdd(&b);
+  outer.subscriberAdd(&c);
+  inner->subscriberAdd(&x);
+  inner->subscriberAdd(&y);
+  x.action = [&] {
+    outer.subscriberRemove(&c);  // outer is delivering: c gets nothing more
+    inner.reset();               // stops the inner delivery: y gets nothing
+  };
+  a.action = [&] { inner->publishChange(2); };
+  outer.publishChange(1);
+  EXPECT_EQ(log, "a:1 x:2 x:gone y:gone b:1 ");
+  EXPECT_EQ(outer.subscriberCount(), 2u);
+  log.clear();
+  a.action = nullptr;
+  outer.publishChange(3);
+  EXPECT_EQ(log, "a:3 b:3 ");
+}
+
+// A removal from a list publisher that is not itself delivering (while another one is) takes
+// effect at once, and a subscriber that leaves and comes back during a delivery of the same
+// publisher gets only later changes.
+TEST(PublisherTest, RemovalDuringAnotherPublishersDeliveryAndResubscription) {
+  std::string log;
+  Recorder a("a", &log), b("b", &log), s("s", &log);
+  Pelo::Publisher delivering;
+  Pelo::Publisher idle;
+  idle.subscriberAdd(&a);
+  idle.subscriberAdd(&b);
+  delivering.subscriberAdd(&s);
+  delivering.subscriberAdd(&a);
+  s.action = [&] {
+    idle.subscriberRemove(&a);
+    EXPECT_EQ(idle.subscriberCount(), 1u);
+    delivering.subscriberRemove(&a);
+    delivering.subscriberAdd(&a);
+  };
+  delivering.publishChange(1);
+  EXPECT_EQ(log, "s:1 ");
+  log.clear();
+  s.action = nullptr;
+  delivering.publishChange(2);
+  idle.publishChange(3);
+  EXPECT_EQ(log, "s:2 a:2 b:3 ");
+}
+
+}  // namespace

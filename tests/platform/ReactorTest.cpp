@@ -11,8 +11,8 @@ namespace {
 
 // Every record and state machine is an entity: with no fields of its own it
 // holds a vptr, the count and flag, the publisher and the name, no padding.
-static_assert(sizeof(Mox::Entity) <= 40);
-static_assert(sizeof(Pelo::Publisher) == 2 * sizeof(void*));
+static_assert(sizeof(Mox::Entity) <= 32);
+static_assert(sizeof(Pelo::Publisher) == sizeof(void*));
 // A reactor adds its subscriber vptr, its first subscription, the list of the others, one pointer
 // for nesting (made only for reactors that nest) and two flags.
 static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 56);
