@@ -74,7 +74,7 @@ UmoNatFlowActionSm::UmoNatFlowActionSm(
     : Mox::Reactor(actionStatus ? actionStatus->name() : kNoName),
       context_(context),
       actionStatus_(actionStatus) {
-  if (actionStatus_) subscribe(*actionStatus_, &UmoNatFlowActionSm::actionStatusDispatch);
+  if (actionStatus_) subscribe<&UmoNatFlowActionSm::actionStatusDispatch>(*actionStatus_);
   // What the first pass programmed is freed and the machine leaves the
   // index and the backlog before the exception goes on.
   initializeOrUnwind(this, &UmoNatFlowActionSm::handleInitialized, &UmoNatFlowActionSm::teardown);

@@ -55,7 +55,7 @@ UmoNatFlowMatchSm::UmoNatFlowMatchSm(const Pelo::String& policy,
       helper_(helper),
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
-  if (matchStatus_) subscribe(*matchStatus_, &UmoNatFlowMatchSm::matchStatusDispatch);
+  if (matchStatus_) subscribe<&UmoNatFlowMatchSm::matchStatusDispatch>(*matchStatus_);
   initializeOrUnwind(this, &UmoNatFlowMatchSm::handleInitialized, &UmoNatFlowMatchSm::teardown);
 }
 
@@ -113,7 +113,7 @@ void UmoNatFlowMatchSm::matchSmStatusIs(const Mox::Ptr<UmoNatFlowMatchSmStatus>&
   if (matchSmStatus_) unsubscribe(*matchSmStatus_);
   matchSmStatus_ = status;
   if (!matchSmStatus_) return;
-  subscribe(*matchSmStatus_, &UmoNatFlowMatchSm::matchSmStatusDispatch);
+  subscribe<&UmoNatFlowMatchSm::matchSmStatusDispatch>(*matchSmStatus_);
   if (!isMarkedForDeletion()) handleGroupNumUpdate();
 }
 

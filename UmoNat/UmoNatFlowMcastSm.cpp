@@ -49,7 +49,7 @@ UmoNatFlowMcastSm::UmoNatFlowMcastSm(const Mox::Ptr<const Ip::Nat::Status>& stat
       umoL3IntfTable_(umoL3IntfTable),
       ipStatus_(ipStatus),
       helper_(helper) {
-  if (status_) subscribe(*status_, &UmoNatFlowMcastSm::statusDispatch);
+  if (status_) subscribe<&UmoNatFlowMcastSm::statusDispatch>(*status_);
   // The policies built so far free what they programmed, then the tree goes
   // in the order its destruction follows, before the members are released.
   initializeOrUnwind(this, &UmoNatFlowMcastSm::handleInitialized, &UmoNatFlowMcastSm::teardown);
@@ -104,7 +104,7 @@ void UmoNatFlowMcastSm::unprogrammedGroupTaskIs(const Mox::Ptr<Vyr::TimerTask>& 
   unprogrammedGroupTaskDel();
   unprogrammedGroupTask_ = task;
   if (unprogrammedGroupTask_) {
-    subscribe(*unprogrammedGroupTask_, &UmoNatFlowMcastSm::unprogrammedGroupTaskDispatch);
+    subscribe<&UmoNatFlowMcastSm::unprogrammedGroupTaskDispatch>(*unprogrammedGroupTask_);
   }
 }
 

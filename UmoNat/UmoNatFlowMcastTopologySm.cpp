@@ -79,9 +79,9 @@ void UmoNatFlowMcastTopologySm::initialize() {
     moxIpStatus_ = Mox::makePtr<MoxIpStatus>(ipStatus_, this);
     moxIpStatus_->hasNotificationActiveIs(true);
   }
-  if (bridgingTopo_) subscribe(*bridgingTopo_, &UmoNatFlowMcastTopologySm::bridgingTopoDispatch);
+  if (bridgingTopo_) subscribe<&UmoNatFlowMcastTopologySm::bridgingTopoDispatch>(*bridgingTopo_);
   if (umoL3IntfTable_) {
-    subscribe(*umoL3IntfTable_, &UmoNatFlowMcastTopologySm::umoL3IntfTableDispatch);
+    subscribe<&UmoNatFlowMcastTopologySm::umoL3IntfTableDispatch>(*umoL3IntfTable_);
   }
 
   if (bridgingConfig_) {
@@ -352,8 +352,8 @@ void UmoNatFlowMcastTopologySm::actionSmUpdateBacklogTaskIs(const Mox::Ptr<Vyr::
   if (actionSmUpdateBacklogTask_) unsubscribe(*actionSmUpdateBacklogTask_);
   actionSmUpdateBacklogTask_ = task;
   if (!actionSmUpdateBacklogTask_) return;
-  subscribe(*actionSmUpdateBacklogTask_,
-            &UmoNatFlowMcastTopologySm::actionSmUpdateBacklogTaskDispatch);
+  subscribe<&UmoNatFlowMcastTopologySm::actionSmUpdateBacklogTaskDispatch>(
+      *actionSmUpdateBacklogTask_);
   if (!isMarkedForDeletion()) processActionSmUpdateBacklog();
 }
 

@@ -26,7 +26,7 @@ bool ipIntfUp(const Ip::IpIntfStatus& status) {
 UmoNatFlowMcastTopologySm::MoxBridgingConfig::MoxBridgingConfig(
     const Mox::Ptr<const Bridging::Config>& input, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("MoxBridgingConfig", owner), input_(input), topology_(owner) {
-  subscribe(*input_, &MoxBridgingConfig::dispatch);
+  subscribe<&MoxBridgingConfig::dispatch>(*input_);
 }
 
 void UmoNatFlowMcastTopologySm::MoxBridgingConfig::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -44,7 +44,7 @@ void UmoNatFlowMcastTopologySm::MoxBridgingConfig::dispatch(const Pelo::Publishe
 UmoNatFlowMcastTopologySm::MoxVlanStatusDir::MoxVlanStatusDir(
     const Mox::Ptr<const Bridging::VlanStatusDir>& input, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("MoxVlanStatusDir", owner), input_(input), topology_(owner) {
-  subscribe(*input_, &MoxVlanStatusDir::dispatch);
+  subscribe<&MoxVlanStatusDir::dispatch>(*input_);
 }
 
 void UmoNatFlowMcastTopologySm::MoxVlanStatusDir::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -64,7 +64,7 @@ void UmoNatFlowMcastTopologySm::MoxVlanStatusDir::dispatch(const Pelo::Publisher
 UmoNatFlowMcastTopologySm::MoxBridgingStatus::MoxBridgingStatus(
     const Mox::Ptr<const Bridging::Status>& input, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("MoxBridgingStatus", owner), input_(input), topology_(owner) {
-  subscribe(*input_, &MoxBridgingStatus::dispatch);
+  subscribe<&MoxBridgingStatus::dispatch>(*input_);
 }
 
 void UmoNatFlowMcastTopologySm::MoxBridgingStatus::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -82,7 +82,7 @@ void UmoNatFlowMcastTopologySm::MoxBridgingStatus::dispatch(const Pelo::Publishe
 UmoNatFlowMcastTopologySm::MoxIpStatus::MoxIpStatus(const Mox::Ptr<const Ip::Status>& input,
                                                     UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("MoxIpStatus", owner), input_(input), topology_(owner) {
-  subscribe(*input_, &MoxIpStatus::dispatch);
+  subscribe<&MoxIpStatus::dispatch>(*input_);
 }
 
 void UmoNatFlowMcastTopologySm::MoxIpStatus::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -101,7 +101,7 @@ void UmoNatFlowMcastTopologySm::MoxIpStatus::dispatch(const Pelo::Publisher& /*p
 UmoNatFlowMcastTopologySm::NestedSm_SwitchIntfConfig::NestedSm_SwitchIntfConfig(
     const Mox::Ptr<const Bridging::SwitchIntfConfig>& config, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("NestedSm_SwitchIntfConfig", owner), config_(config), topology_(owner) {
-  subscribe(*config_, &NestedSm_SwitchIntfConfig::dispatch);
+  subscribe<&NestedSm_SwitchIntfConfig::dispatch>(*config_);
   handleInitialized();
 }
 
@@ -144,7 +144,7 @@ void UmoNatFlowMcastTopologySm::NestedSm_SwitchIntfConfig::handleSwitchIntfConfi
 UmoNatFlowMcastTopologySm::NestedSm_VlanStatus::NestedSm_VlanStatus(
     const Mox::Ptr<const Bridging::VlanStatus>& status, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("NestedSm_VlanStatus", owner), status_(status), topology_(owner) {
-  subscribe(*status_, &NestedSm_VlanStatus::dispatch);
+  subscribe<&NestedSm_VlanStatus::dispatch>(*status_);
 }
 
 void UmoNatFlowMcastTopologySm::NestedSm_VlanStatus::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -180,7 +180,7 @@ void UmoNatFlowMcastTopologySm::handleVlanStatus(Bridging::VlanId vlan) {
 UmoNatFlowMcastTopologySm::NestedSm_FdbStatus::NestedSm_FdbStatus(
     const Mox::Ptr<const Bridging::FdbStatus>& status, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("NestedSm_FdbStatus", owner), status_(status), topology_(owner) {
-  subscribe(*status_, &NestedSm_FdbStatus::dispatch);
+  subscribe<&NestedSm_FdbStatus::dispatch>(*status_);
 }
 
 void UmoNatFlowMcastTopologySm::NestedSm_FdbStatus::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -266,7 +266,7 @@ void UmoNatFlowMcastTopologySm::topoConfigDel(const Pelo::String& name) {
 UmoNatFlowMcastTopologySm::MoxTopoConfig::MoxTopoConfig(
     const Mox::Ptr<const Bridging::Topology::TopoConfig>& config, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor(config->name(), owner), config_(config), topology_(owner) {
-  subscribe(*config_, &MoxTopoConfig::dispatch);
+  subscribe<&MoxTopoConfig::dispatch>(*config_);
   for (const auto& [intf, port] : config_->topoPortConfig()) topoPortConfigIs(intf);
 }
 
@@ -329,7 +329,7 @@ void UmoNatFlowMcastTopologySm::MoxTopoConfig::handleTopologyDel() {
 UmoNatFlowMcastTopologySm::MoxTopoPortConfig::MoxTopoPortConfig(
     const Mox::Ptr<const Bridging::Topology::TopoPortConfig>& config, MoxTopoConfig* owner)
     : Mox::Reactor("MoxTopoPortConfig", owner), config_(config), topoConfig_(owner) {
-  subscribe(*config_, &MoxTopoPortConfig::dispatch);
+  subscribe<&MoxTopoPortConfig::dispatch>(*config_);
 }
 
 void UmoNatFlowMcastTopologySm::MoxTopoPortConfig::dispatch(const Pelo::Publisher& /*publisher*/,
@@ -533,7 +533,7 @@ void UmoNatFlowMcastTopologySm::NestedSm_IpIntfStatus::handleIpIntfStatus() {
 UmoNatFlowMcastTopologySm::NestedSm_IpIntfStatus::NestedSm_IpIntfStatus(
     const Mox::Ptr<const Ip::IpIntfStatus>& status, UmoNatFlowMcastTopologySm* owner)
     : Mox::Reactor("NestedSm_IpIntfStatus", owner), status_(status), topology_(owner) {
-  subscribe(*status_, &NestedSm_IpIntfStatus::dispatch);
+  subscribe<&NestedSm_IpIntfStatus::dispatch>(*status_);
   handleIpIntfStatus();
 }
 

@@ -25,7 +25,7 @@ UmoNatFlowPolicySm::UmoNatFlowPolicySm(
       helper_(helper),
       bridgingConfig_(bridgingConfig),
       mcastSm_(mcastSm) {
-  if (policyStatus_) subscribe(*policyStatus_, &UmoNatFlowPolicySm::policyStatusDispatch);
+  if (policyStatus_) subscribe<&UmoNatFlowPolicySm::policyStatusDispatch>(*policyStatus_);
   initializeOrUnwind(this, &UmoNatFlowPolicySm::handleInitialized, &UmoNatFlowPolicySm::teardown);
 }
 

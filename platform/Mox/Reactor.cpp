@@ -7,7 +7,7 @@ void Entity::handleParent(Entity* /*parent*/) {}
 void Reactor::Subscription::handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                                          const Pelo::Key& key) {
   if (reactor->zombie_) return;
-  (reactor->*method)(publisher, attr, key);
+  method(*reactor, publisher, attr, key);
 }
 
 void Reactor::Subscription::handlePublisherDestroyed(const Pelo::Publisher& /*publisher*/) {
@@ -33,7 +33,7 @@ class Reactor::FunctionSubscription final : public Reactor::Subscription {
 void Reactor::handleChange(const Pelo::Publisher& publisher, Pelo::AttrId attr,
                            const Pelo::Key& key) {
   if (zombie_) return;
-  (this->*firstMethod_)(publisher, attr, key);
+  firstMethod_(*this, publisher, attr, key);
 }
 
 void Reactor::handlePublisherDestroyed(const Pelo::Publisher& /*publisher*/) {

@@ -83,14 +83,14 @@ class Reactor : public Entity, private Pelo::Subscriber {
   // active while this reactor's notifications are on. The publisher must
   // outlive the subscription or tell it when it dies (every Publisher does).
   void subscribe(const Pelo::Publisher& publisher, Dispatch dispatch);
-  // The same with a member function of the reactor, kept as a plain
-  // member-function pointer: the first such subscription of a reactor costs no
-  // allocation.
-  template <class Self>
-  void subscribe(const Pelo::Publisher& publisher,
-                 void (Self::*dispatch)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)) {
+  // The same with a member function of the reactor, named at compile time
+  // (`subscribe<&Self::dispatch>(publisher)`) and kept as one plain function
+  // pointer: the first such subscription of a reactor costs no allocation.
+  template <auto dispatch>
+  void subscribe(const Pelo::Publisher& publisher) {
+    using Self = typename MemberOf<decltype(dispatch)>::Class;
     static_assert(std::is_base_of_v<Reactor, Self>, "dispatch must be a member of a reactor");
-    subscribeMethod(publisher, static_cast<Method>(dispatch));
+    subscribeMethod(publisher, &dispatchTo<Self, dispatch>);
   }
   // Removes this reactor's subscriptions to `publisher`; no-op when there is none.
   void unsubscribe(const Pelo::Publisher& publisher);
@@ -99,7 +99,20 @@ class Reactor : public Entity, private Pelo::Subscriber {
   void handleZeroReferences() override;
 
  private:
-  using Method = void (Reactor::*)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&);
+  // Calls a member function of the reactor's class; made by dispatchTo.
+  using Method = void (*)(Reactor&, const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&);
+  template <class M>
+  struct MemberOf;
+  template <class C>
+  struct MemberOf<void (C::*)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)> {
+    using Class = C;
+  };
+  template <class Self,
+            void (Self::*dispatch)(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&)>
+  static void dispatchTo(Reactor& reactor, const Pelo::Publisher& publisher, Pelo::AttrId attr,
+                         const Pelo::Key& key) {
+    (static_cast<Self&>(reactor).*dispatch)(publisher, attr, key);
+  }
 
   // A subscription beyond the first: one object per subscription, dispatching
   // to a member function, linked in a list from `subscriptions_`.

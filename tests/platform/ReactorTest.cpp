@@ -15,7 +15,7 @@ static_assert(sizeof(Mox::Entity) <= 32);
 static_assert(sizeof(Pelo::Publisher) == sizeof(void*));
 // A reactor adds its subscriber vptr, its first subscription, the list of the others, one pointer
 // for nesting (made only for reactors that nest) and two flags.
-static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 56);
+static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 48);
 
 // An input entity with a scalar attribute and a keyed collection.
 class Input : public Mox::Entity {
@@ -49,7 +49,7 @@ class ChildSm : public Mox::Reactor {
  public:
   ChildSm(Pelo::String name, Mox::Ptr<Input> input, std::string* log)
       : Mox::Reactor(name), input_(std::move(input)), log_(log) {
-    subscribe(*input_, &ChildSm::inputDispatch);
+    subscribe<&ChildSm::inputDispatch>(*input_);
     *log_ += "ctor:" + nameString().str() + " ";
     input_->valueIs(input_->value());  // a change while parked: not delivered
   }
@@ -74,7 +74,7 @@ class ChildSm : public Mox::Reactor {
 class ParentSm : public Mox::Reactor {
  public:
   ParentSm(Mox::Ptr<Input> input, std::string* log) : input_(std::move(input)), log_(log) {
-    subscribe(*input_, &ParentSm::inputDispatch);
+    subscribe<&ParentSm::inputDispatch>(*input_);
     for (const auto& [name, present] : input_->items()) handleItem(name);
   }
   ~ParentSm() override { *log_ += "dtor:parent "; }
@@ -262,13 +262,13 @@ TEST_F(ReactorTest, ConstructorThatThrowsLeavesNoSubscription) {
 class MultiSm : public Mox::Reactor {
  public:
   MultiSm(const Input& a, const Input& b, std::string* log) : a_(a), log_(log) {
-    subscribe(a, &MultiSm::onA);
-    subscribe(b, &MultiSm::onB);
+    subscribe<&MultiSm::onA>(a);
+    subscribe<&MultiSm::onB>(b);
     subscribe(a,
               [log](const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&) { *log += "lambda "; });
   }
   void dropA() { unsubscribe(a_); }
-  void followA() { subscribe(a_, &MultiSm::onA); }
+  void followA() { subscribe<&MultiSm::onA>(a_); }
 
  private:
   void onA(const Pelo::Publisher&, Pelo::AttrId, const Pelo::Key&) { *log_ += "a "; }

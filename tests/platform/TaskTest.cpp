@@ -24,7 +24,7 @@ class RunLog : public Mox::Reactor {
 
   void follow(const Vyr::Task& task, std::function<void()> onRun) {
     onRun_[task.nameString()] = std::move(onRun);
-    subscribe(task, &RunLog::runDispatch);
+    subscribe<&RunLog::runDispatch>(task);
   }
   std::string str() const { return log_.str(); }
 
