@@ -98,7 +98,7 @@ void Reactor::hasNotificationActiveIs(bool active) {
   if (zombie_) active = false;
   active_ = active;
   if (firstPublisher_ != nullptr) firstPublisher_->subscriberActiveIs(this, active);
-  for (Subscription* s = subscriptions_; s != nullptr; s = s->next) {
+  for (Subscription* s = subscriptions(); s != nullptr; s = s->next) {
     if (s->publisher != nullptr) s->publisher->subscriberActiveIs(s, active);
   }
   // Switching runs no handler, so the lists cannot change under these loops.
@@ -124,8 +124,8 @@ void Reactor::subscriptionAdd(Subscription* s, const Pelo::Publisher& publisher)
     subscriptionRelease(s);
     throw;
   }
-  s->next = subscriptions_;
-  subscriptions_ = s;
+  s->next = nesting().subscriptions;
+  nesting().subscriptions = s;
 }
 
 void Reactor::subscribe(const Pelo::Publisher& publisher, Dispatch dispatch) {
@@ -157,7 +157,8 @@ void Reactor::firstSubscriptionRelease() {
 
 void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
   if (firstMethod_ != nullptr && firstPublisher_ == &publisher) firstSubscriptionRelease();
-  Subscription** link = &subscriptions_;
+  if (!nesting_) return;
+  Subscription** link = &nesting_->subscriptions;
   while (Subscription* s = *link) {
     if (s->publisher != &publisher) {
       link = &s->next;
@@ -170,8 +171,8 @@ void Reactor::unsubscribe(const Pelo::Publisher& publisher) {
 
 void Reactor::unsubscribeAll() {
   if (firstMethod_ != nullptr) firstSubscriptionRelease();
-  while (Subscription* s = subscriptions_) {
-    subscriptions_ = s->next;
+  while (Subscription* s = subscriptions()) {
+    nesting_->subscriptions = s->next;
     subscriptionRelease(s);
   }
 }

@@ -115,7 +115,7 @@ class Reactor : public Entity, private Pelo::Subscriber {
   }
 
   // A subscription beyond the first: one object per subscription, dispatching
-  // to a member function, linked in a list from `subscriptions_`.
+  // to a member function, linked in a list from `subscriptions()`.
   class Subscription : public Pelo::Subscriber {
    public:
     Subscription() = default;
@@ -150,12 +150,13 @@ class Reactor : public Entity, private Pelo::Subscriber {
 
   const Pelo::Publisher* firstPublisher_ = nullptr;  // not owned; null once it died
   Method firstMethod_ = nullptr;                     // null while there is no first subscription
-  Subscription* subscriptions_ = nullptr;            // the others, newest first
-  // Where this reactor stands among nested reactors: its owner, its siblings
-  // (the owner's other nested reactors) and its own nested reactors, none
-  // owned (each unlinks itself when it dies). Made for the few reactors that
-  // have an owner or nested reactors; the others carry only the null pointer.
+  // What few reactors have: subscriptions beyond the first, and where this
+  // reactor stands among nested reactors: its owner, its siblings (the owner's
+  // other nested reactors) and its own nested reactors, none owned (each
+  // unlinks itself when it dies). Made for the reactors that have any of them;
+  // the others carry only the null pointer.
   struct Nesting {
+    Subscription* subscriptions = nullptr;  // the others, newest first
     Reactor* owner = nullptr;
     Reactor* firstNested = nullptr;
     Reactor* nextNested = nullptr;
@@ -163,6 +164,7 @@ class Reactor : public Entity, private Pelo::Subscriber {
   };
   Nesting& nesting();
   Reactor* firstNested() const { return nesting_ ? nesting_->firstNested : nullptr; }
+  Subscription* subscriptions() const { return nesting_ ? nesting_->subscriptions : nullptr; }
   static Reactor* nextNested(const Reactor* r) { return r->nesting_->nextNested; }
 
   std::unique_ptr<Nesting> nesting_;

@@ -13,9 +13,9 @@ namespace {
 // holds a vptr, the count and flag, the publisher and the name, no padding.
 static_assert(sizeof(Mox::Entity) <= 32);
 static_assert(sizeof(Pelo::Publisher) == sizeof(void*));
-// A reactor adds its subscriber vptr, its first subscription, the list of the others, one pointer
-// for nesting (made only for reactors that nest) and two flags.
-static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 48);
+// A reactor adds its subscriber vptr, its first subscription (publisher and function), one pointer
+// to what few reactors have (further subscriptions, nesting) and two flags.
+static_assert(sizeof(Mox::Reactor) <= sizeof(Mox::Entity) + 40);
 
 // An input entity with a scalar attribute and a keyed collection.
 class Input : public Mox::Entity {
