@@ -6,10 +6,19 @@
 
 namespace Mox {
 
-// A reference-counted object with a name that publishes the changes of its
-// attributes: each change reaches the subscribers as (attribute, key), the key
-// being the collection key of the changed element or empty for a scalar.
-class Entity : public PtrInterface, public Pelo::Publisher {
+// A reference-counted object without a name that publishes the changes of its attributes: each
+// change reaches the subscribers as (attribute, key), the key being the collection key of the
+// changed element or empty for a scalar. For values held by reference in other records (a
+// programmed action's port sets), of which there are several per action and which nothing looks
+// up by name.
+class ValueEntity : public PtrInterface, public Pelo::Publisher {
+ protected:
+  ValueEntity() = default;
+  ~ValueEntity() override = default;
+};
+
+// A value entity with a name: records, state machines and tasks.
+class Entity : public ValueEntity {
  public:
   const Pelo::String& nameString() const { return name_; }
 

@@ -80,11 +80,11 @@ auto maker(Args... args) {
 // One keyed collection of one record, driven on a fresh owner through type-erased operations
 // that take the index of a key (the keys ascend).
 struct CollectionOps {
-  Mox::Ptr<Mox::Entity> owner;
+  Mox::Ptr<Mox::ValueEntity> owner;
   bool entities = false;  // whether the elements are entities
   // Insert-or-get: returns the element of an entity collection; a value collection stores value
   // A and returns null.
-  std::function<Mox::Ptr<const Mox::Entity>(int)> is;
+  std::function<Mox::Ptr<const Mox::ValueEntity>(int)> is;
   std::function<void(int)> change;  // stores value B; empty when values cannot differ
   std::function<bool(int)> has;     // the const lookup
   std::function<bool(int)> del;
@@ -109,7 +109,7 @@ CollectionCase collectionCase(std::string name, MakeOwner makeOwner, Pelo::AttrI
     CollectionOps ops;
     ops.owner = o;
     ops.entities = !std::is_void_v<decltype(is(*o, k[0]))>;
-    ops.is = [o, k, is](int i) -> Mox::Ptr<const Mox::Entity> {
+    ops.is = [o, k, is](int i) -> Mox::Ptr<const Mox::ValueEntity> {
       if constexpr (std::is_void_v<decltype(is(*o, k[i]))>) {
         is(*o, k[i]);
         return nullptr;
@@ -248,7 +248,7 @@ class RecordCollectionTest : public LeakChecked<::testing::TestWithParam<Collect
 TEST_P(RecordCollectionTest, InsertOrGetPublishesOnceAndRemovalOnlyWhenSomethingGoes) {
   CollectionOps ops = GetParam().make();
   Recorder recorder(*ops.owner);
-  const Mox::Ptr<const Mox::Entity> element = ops.is(1);
+  const Mox::Ptr<const Mox::ValueEntity> element = ops.is(1);
   EXPECT_EQ(element != nullptr, ops.entities);
   ops.is(0);
   EXPECT_EQ(ops.is(1), element) << "the second insert-or-get returns the same element";

@@ -1,7 +1,5 @@
 #include "Ip/Nat/HwStatus.h"
 
-#include <array>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -9,24 +7,9 @@
 
 namespace Ip::Nat {
 
-namespace {
-
-// A port set is named after its VLAN. The port sets of a VLAN share one copy of the name, made
-// the first time it is asked for: there are two port sets per programmed action. One table per
-// thread, so that threads keeping to their own records share nothing.
-Pelo::String vlanName(std::uint16_t vlan) {
-  static thread_local std::array<Pelo::String, 4096> names;
-  if (vlan >= names.size()) return Pelo::String(std::to_string(vlan));
-  Pelo::String& name = names[vlan];
-  if (name.empty()) name = Pelo::String(std::to_string(vlan));
-  return name;
-}
-
-}  // namespace
-
 // NatFlowPortSet
 
-NatFlowPortSet::NatFlowPortSet(std::uint16_t vlan) : Mox::Entity(vlanName(vlan)), vlan_(vlan) {}
+NatFlowPortSet::NatFlowPortSet(std::uint16_t vlan) : vlan_(vlan) {}
 
 void NatFlowPortSet::intfIs(const Nexo::IntfId& intf) {
   if (intf_.contains(intf)) return;

@@ -32,7 +32,7 @@ namespace Ip::Nat {
 // The ports of one VLAN that a translated flow is sent to, with the destination MAC address
 // the copies carry and the ids of the hardware port sets programmed for them. Starts with no
 // interface, the zero MAC address and both ids 0.
-class NatFlowPortSet : public Mox::Entity {
+class NatFlowPortSet : public Mox::ValueEntity {
  public:
   struct Attr {
     static constexpr Pelo::AttrId vlan = 1;
@@ -77,7 +77,7 @@ class NatFlowPortSet : public Mox::Entity {
 // The port sets of an action by VLAN, split into the VLANs whose copies are sent as unicast
 // (one known next hop) and those sent as multicast. Shared by reference: the actions that
 // replicate to the same ports may point to one instance.
-class NatFlowVlanPortSets : public Mox::Entity {
+class NatFlowVlanPortSets : public Mox::ValueEntity {
   // Both kinds in one flat collection, keyed by kind and VLAN (the kind in the upper 16 bits,
   // unicast first): an action has a port set or two, and one small collection holds them
   // inside the object.
