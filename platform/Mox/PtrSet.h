@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -130,10 +131,11 @@ class PtrSet {
 
   std::size_t home(const T* member) const {
     // Fibonacci hashing of the address, whose low bits are alignment.
+    // The top bits of the product are the well-mixed ones: members made one after another, at
+    // a fixed distance, land evenly spread over the table.
     const auto bits = reinterpret_cast<std::uintptr_t>(member) >> 3;
-    return static_cast<std::size_t>((static_cast<std::uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >>
-                                    32) &
-           mask_;
+    const std::uint64_t product = static_cast<std::uint64_t>(bits) * 0x9E3779B97F4A7C15ull;
+    return static_cast<std::size_t>(product >> (64 - std::countr_one(mask_)));
   }
   // The table cell of `member`, or kNone.
   std::size_t find(const T* member) const {
