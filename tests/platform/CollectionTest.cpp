@@ -173,84 +173,56 @@ TYPED_TEST(CollectionTest, CopiesHoldTheSameElements) {
   EXPECT_EQ(*copy.find(3), "v3");
 }
 
-// Random walks under random changes visit the same keys in both collections.
-TEST(FlatCollectionTest, WalksUnderChangeAsCollectionDoes) {
-  std::mt19937 random(7);
+// Random walks under random changes of `Other` and of a Collection, driven alike, visit the
+// same keys: `initial` keys below `range` to start, up to `changes` changes at each step.
+template <class Other>
+void walkUnderChangeAsCollectionDoes(unsigned seed, int initial, int range, int changes) {
+  std::mt19937 random(seed);
   for (int round = 0; round < 300; ++round) {
     Mox::Collection<int, int> tree;
-    Mox::FlatCollection<int, int, std::less<int>, 1> flat;
-    for (int i = 0; i < 6; ++i) {
-      const int k = static_cast<int>(random() % 12);
+    Other other;
+    for (int i = 0; i < initial; ++i) {
+      const int k = static_cast<int>(random() % range);
       tree.is(k, k);
-      flat.is(k, k);
+      other.is(k, k);
     }
     std::vector<int> treeSeen;
-    std::vector<int> flatSeen;
+    std::vector<int> otherSeen;
     auto t = tree.begin();
-    auto f = flat.begin();
-    for (; t != tree.end() && f != flat.end(); ++t, ++f) {
+    auto o = other.begin();
+    for (; t != tree.end() && o != other.end(); ++t, ++o) {
       treeSeen.push_back(t->second);
-      flatSeen.push_back(f->second);
-      for (int change = random() % 3; change > 0; --change) {
-        const int k = static_cast<int>(random() % 12);
+      otherSeen.push_back(o->second);
+      for (int change = random() % changes; change > 0; --change) {
+        const int k = static_cast<int>(random() % range);
         if (random() % 2 != 0) {
           tree.is(k, k);
-          flat.is(k, k);
+          other.is(k, k);
         } else {
           tree.del(k);
-          flat.del(k);
+          other.del(k);
         }
       }
       if (random() % 3 == 0) {
         tree.del(t.key());
-        flat.del(f.key());
+        other.del(o.key());
       }
     }
-    EXPECT_EQ(t == tree.end(), f == flat.end());
-    EXPECT_EQ(treeSeen, flatSeen);
-    EXPECT_EQ(tree.keys(), flat.keys());
+    EXPECT_EQ(t == tree.end(), o == other.end());
+    EXPECT_EQ(treeSeen, otherSeen);
+    EXPECT_EQ(tree.keys(), other.keys());
+    EXPECT_EQ(tree.size(), other.size());
   }
 }
 
-// The same with many more keys than a block holds, in blocks of four: splits, merges and
-// emptied blocks happen under the walks.
+TEST(FlatCollectionTest, WalksUnderChangeAsCollectionDoes) {
+  walkUnderChangeAsCollectionDoes<Mox::FlatCollection<int, int, std::less<int>, 1>>(7, 6, 12, 3);
+}
+
+// Many more keys than a block holds, in blocks of four: splits, merges and emptied blocks
+// happen under the walks.
 TEST(BlockCollectionTest, WalksUnderChangeAsCollectionDoes) {
-  std::mt19937 random(11);
-  for (int round = 0; round < 300; ++round) {
-    Mox::Collection<int, int> tree;
-    Mox::BlockCollection<int, int, std::less<int>, 4> blocks;
-    for (int i = 0; i < 40; ++i) {
-      const int k = static_cast<int>(random() % 64);
-      tree.is(k, k);
-      blocks.is(k, k);
-    }
-    std::vector<int> treeSeen;
-    std::vector<int> blockSeen;
-    auto t = tree.begin();
-    auto b = blocks.begin();
-    for (; t != tree.end() && b != blocks.end(); ++t, ++b) {
-      treeSeen.push_back(t->second);
-      blockSeen.push_back(b->second);
-      for (int change = random() % 6; change > 0; --change) {
-        const int k = static_cast<int>(random() % 64);
-        if (random() % 2 != 0) {
-          tree.is(k, k);
-          blocks.is(k, k);
-        } else {
-          tree.del(k);
-          blocks.del(k);
-        }
-      }
-      if (random() % 3 == 0) {
-        tree.del(t.key());
-        blocks.del(b.key());
-      }
-    }
-    EXPECT_EQ(t == tree.end(), b == blocks.end());
-    EXPECT_EQ(treeSeen, blockSeen);
-    EXPECT_EQ(tree.keys(), blocks.keys());
-    EXPECT_EQ(tree.size(), blocks.size());
-  }
+  walkUnderChangeAsCollectionDoes<Mox::BlockCollection<int, int, std::less<int>, 4>>(11, 40, 64, 6);
 }
 
 TEST(FlatCollectionTest, APresenceValueTakesNoRoom) {
